@@ -1,0 +1,38 @@
+# Thin front over CMake. `make demo` and `make test` install what is missing and build first.
+BUILD ?= build
+JOBS ?= 2
+PREFIX ?= /usr/local
+CMAKE_FLAGS ?=
+
+.PHONY: all setup configure build demo test bench install clean
+
+all: build
+
+setup:
+	@./scripts/setup.sh
+
+$(BUILD)/CMakeCache.txt:
+	cmake -S . -B $(BUILD) -DCMAKE_INSTALL_PREFIX=$(PREFIX) $(CMAKE_FLAGS)
+
+configure: $(BUILD)/CMakeCache.txt
+
+build: configure
+	cmake --build $(BUILD) -j$(JOBS)
+
+demo: setup
+	@$(MAKE) --no-print-directory build
+	$(BUILD)/bin/vtk timecode --table
+
+test: setup
+	@$(MAKE) --no-print-directory build
+	cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
+
+bench: setup
+	@$(MAKE) --no-print-directory build
+	$(BUILD)/bin/bench_ratio
+
+install: build
+	cmake --install $(BUILD) --prefix $(PREFIX)
+
+clean:
+	rm -rf $(BUILD)

@@ -1,0 +1,39 @@
+// vtk: the toolkit's command-line tool. The commands are Lua (vtk.lua) over the toolkit's own
+// modules, run by the real host with the real bundle, so the command line takes the same path as
+// the application does.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "KyEmbedded.h"
+#include "KyHost.h"
+
+extern const KyEmbeddedFile vtkLua[];
+
+namespace {
+
+constexpr int kExitFailure = 1;
+
+int fail(const std::string& message) {
+    std::fprintf(stderr, "vtk: %s\n", message.c_str());
+    return kExitFailure;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    KyHost host;
+    std::string error;
+    const std::string bundle = KyHost::defaultBundleFolder();
+    if (bundle.empty()) return fail("cannot find the toolkit bundle beside " + std::string(argv[0]));
+    if (!host.loadBundle(bundle, &error)) return fail("cannot load the toolkit bundle: " + error);
+
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    const std::string program(reinterpret_cast<const char*>(vtkLua[0].bytes), vtkLua[0].size);
+    lua_State* L = host.state();
+    const int base = lua_gettop(L);
+    if (!host.runChunk(program, "vtk.lua", args, &error)) return fail(error);
+    const int status = lua_gettop(L) > base && lua_isnumber(L, base + 1) ? static_cast<int>(lua_tointeger(L, base + 1)) : 0;
+    std::fflush(stdout);
+    return status;
+}

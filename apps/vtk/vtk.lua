@@ -1,0 +1,278 @@
+-- vtk: the command-line face of the toolkit. Results go to standard output, diagnostics to
+-- standard error. The chunk returns the exit status: 0 success, 1 an input failed, 2 bad usage.
+local EXIT_OK, EXIT_FAILED, EXIT_USAGE = 0, 1, 2
+
+local function say(...)
+    io.stdout:write(...)
+    io.stdout:write("\n")
+end
+
+local function complain(...)
+    io.stderr:write("vtk: ", ...)
+    io.stderr:write("\n")
+end
+
+-- A usage error carries its own type so that the dispatcher can tell it from a failure.
+local UsageError = {}
+
+local function usageError(text)
+    error(setmetatable({ text = text }, UsageError), 0)
+end
+
+-- Splits arguments into options (declared with or without a value) and positional words.
+local function parseOptions(args, declared)
+    local options, words = {}, {}
+    local i = 1
+    while i <= #args do
+        local word = args[i]
+        local name = string.match(word, "^%-%-(.+)$")
+        if name then
+            local takesValue = declared[name]
+            if takesValue == nil then
+                usageError("unknown option --" .. name)
+            elseif takesValue then
+                i = i + 1
+                if args[i] == nil then
+                    usageError("option --" .. name .. " needs a value")
+                end
+                options[name] = args[i]
+            else
+                options[name] = true
+            end
+        else
+            table.insert(words, word)
+        end
+        i = i + 1
+    end
+    return options, words
+end
+
+-- Shortest decimal text that reads back as the same double.
+local function formatNumber(value)
+    local text = string.format("%.15g", value)
+    if tonumber(text) ~= value then
+        text = string.format("%.17g", value)
+    end
+    return text
+end
+
+local function finiteNumber(text, what)
+    local value = tonumber(text)
+    if not value or value ~= value or value == math.huge or value == -math.huge then
+        usageError(what .. " must be a finite number, not '" .. tostring(text) .. "'")
+    end
+    return value
+end
+
+-- Rates: "30000/1001", "25", or a decimal; the NTSC family (23.976, 29.97, 59.94, ...) means
+-- its exact x000/1001 rate.
+local function parseRate(text)
+    local RatioTime = import("RatioTime")
+    local numerator, denominator = string.match(text, "^(%d+)/(%d+)$")
+    if not numerator then
+        local value = tonumber(text)
+        if not value or not string.match(text, "^[%d.]+$") then
+            usageError("rate must look like 30000/1001, 25 or 29.97, not '" .. text .. "'")
+        end
+        local whole, fraction = string.match(text, "^(%d*)%.?(%d*)$")
+        local ntsc = value * 1.001
+        if fraction ~= "" and math.abs(ntsc - math.floor(ntsc + 0.5)) < 0.01 then
+            numerator, denominator = math.floor(ntsc + 0.5) * 1000, 1001
+        else
+            numerator, denominator = tonumber(whole .. fraction), 10 ^ string.len(fraction)
+        end
+    end
+    numerator, denominator = tonumber(numerator), tonumber(denominator)
+    if numerator <= 0 or denominator <= 0 then
+        usageError("rate must be above zero, not '" .. text .. "'")
+    end
+    return RatioTime.makeRatioTime(numerator, denominator)
+end
+
+local function rateLabel(rate)
+    return formatNumber(rate.numerator) .. "/" .. formatNumber(rate.denominator)
+end
+
+local kDefaultRate = "30000/1001"
+
+-- The instants and rates of the timecode table.
+local kTableInstants = { 0, 1, 59.9, 60.06, 61.5, 600, 3600 }
+local kTableRates = {
+    { "23.976", "24000/1001" }, { "24", "24/1" }, { "25", "25/1" }, { "29.97 DF", "30000/1001" },
+    { "29.97 ND", "2997/100" }, { "30", "30/1" }, { "50", "50/1" }, { "59.94", "60000/1001" },
+    { "60", "60/1" },
+}
+
+local function printTimecodeTable(instants)
+    local VideoTime = import("VideoTime")
+    local columns = { string.format("%-9s", "seconds") }
+    for _, rate in ipairs(kTableRates) do
+        table.insert(columns, string.format("%-10s", rate[1]))
+    end
+    say((string.gsub(table.concat(columns, " "), "%s+$", "")))
+    for _, seconds in ipairs(instants) do
+        local row = { string.format("%-9s", formatNumber(seconds)) }
+        for _, rate in ipairs(kTableRates) do
+            table.insert(row, string.format("%-10s", VideoTime.formatSmpteVideoTime(seconds, parseRate(rate[2]))))
+        end
+        say((string.gsub(table.concat(row, " "), "%s+$", "")))
+    end
+end
+
+local commands = {}
+local commandOrder = { "run", "timecode" }
+
+commands.run = {
+    summary = "run a Lua script inside the host with the toolkit loaded",
+    usage = "vtk run SCRIPT.lua [ARGS...]",
+    help = [[
+Runs SCRIPT.lua in the host, with import, export, _BUNDLE and the toolkit's modules available.
+The script sees its arguments as `...` and in the global `arg` (arg[0] is the script's path).
+An error that the script does not catch is printed on standard error and vtk exits with 1.]],
+    run = function(args)
+        local path = args[1]
+        if not path or path == "--help" then
+            usageError("run needs a script")
+        end
+        local scriptArgs = {}
+        for i = 2, #args do
+            scriptArgs[i - 1] = args[i]
+        end
+        local chunk, message = loadfile(path)
+        if not chunk then
+            complain(message)
+            return EXIT_FAILED
+        end
+        arg = { [0] = path }
+        for i, value in ipairs(scriptArgs) do
+            arg[i] = value
+        end
+        local ok, failure = pcall(chunk, unpack(scriptArgs))
+        if not ok then
+            complain(tostring(failure))
+            return EXIT_FAILED
+        end
+        return EXIT_OK
+    end,
+}
+
+commands.timecode = {
+    summary = "format seconds as timecode, or decode typed timecode text",
+    usage = "vtk timecode SECONDS [--rate R]\n"
+        .. "       vtk timecode --parse TEXT [--rate R] [--format smpte|clock]\n"
+        .. "       vtk timecode --table [SECONDS...]",
+    help = [[
+SECONDS        a time in seconds, formatted as the toolkit formats timecode: minutes, seconds
+               and frames; drop-frame (with ';') at 30000/1001, plain frame counts (with ':')
+               at every other rate.
+--rate R       the frame rate: N/D (30000/1001), a whole number (25) or a decimal (29.97,
+               which means 30000/1001). Default 30000/1001.
+--parse TEXT   decode TEXT as a user would type it and print the time in seconds.
+--format F     with --parse: "smpte" (default) reads bare numbers as timecode fields ending in
+               frames; "clock" reads them as clock fields ending in seconds.
+--table        print the given instants (or a default set) at every common rate.]],
+    run = function(args)
+        local options, words = parseOptions(args, { rate = true, parse = true, format = true, table = false })
+        if options.table then
+            local instants = {}
+            for _, word in ipairs(words) do
+                table.insert(instants, finiteNumber(word, "SECONDS"))
+            end
+            printTimecodeTable(#instants > 0 and instants or kTableInstants)
+            return EXIT_OK
+        end
+        local rate = parseRate(options.rate or kDefaultRate)
+        local VideoTime = import("VideoTime")
+        if options.parse then
+            if #words > 0 then
+                usageError("--parse takes its text as its value; unexpected '" .. words[1] .. "'")
+            end
+            local format = options.format or "smpte"
+            if format ~= "smpte" and format ~= "clock" then
+                usageError("--format must be smpte or clock, not '" .. format .. "'")
+            end
+            local seconds, message = VideoTime.decodeUserVideoTime(options.parse, rate, format)
+            if not seconds then
+                complain("cannot read '", options.parse, "' at ", rateLabel(rate), ": ", message)
+                return EXIT_FAILED
+            end
+            say(formatNumber(seconds))
+            return EXIT_OK
+        end
+        if options.format then
+            usageError("--format applies to --parse only")
+        end
+        if #words ~= 1 then
+            usageError("timecode needs exactly one SECONDS value")
+        end
+        say(VideoTime.formatSmpteVideoTime(finiteNumber(words[1], "SECONDS"), rate))
+        return EXIT_OK
+    end,
+}
+
+local function commandHelp(name)
+    local command = commands[name]
+    say("usage: ", command.usage)
+    say("")
+    say(command.help)
+end
+
+local function generalHelp()
+    say("usage: vtk COMMAND [ARGS...]")
+    say("")
+    say("Commands:")
+    for _, name in ipairs(commandOrder) do
+        say(string.format("  %-10s %s", name, commands[name].summary))
+    end
+    say("")
+    say("Options:")
+    say("  --help     show this text; 'vtk COMMAND --help' explains a command")
+    say("  --version  show the toolkit's version")
+    say("")
+    say("Exit status: 0 success, 1 an input failed, 2 bad usage.")
+end
+
+local function version()
+    local info = import("KyToolkitInfo")
+    local v = info.VERSION
+    say(string.format("vtk %d.%d.%d (Build %s) %s", v.major, v.minor, v.revision, v.build, info.KyToolkitIdentifier))
+end
+
+local args = { ... }
+local name = args[1]
+if name == nil or name == "--help" or name == "-h" or name == "help" then
+    if name == "help" and args[2] and commands[args[2]] then
+        commandHelp(args[2])
+        return EXIT_OK
+    end
+    generalHelp()
+    return name == nil and EXIT_USAGE or EXIT_OK
+elseif name == "--version" then
+    version()
+    return EXIT_OK
+end
+
+local command = commands[name]
+if not command then
+    complain("unknown command '", name, "' (see vtk --help)")
+    return EXIT_USAGE
+end
+local rest = {}
+for i = 2, #args do
+    rest[i - 1] = args[i]
+end
+if name ~= "run" and (rest[1] == "--help" or rest[1] == "-h") or (name == "run" and rest[1] == "--help") then
+    commandHelp(name)
+    return EXIT_OK
+end
+local ok, result = pcall(command.run, rest)
+if ok then
+    return result
+end
+if getmetatable(result) == UsageError then
+    complain(result.text)
+    io.stderr:write("usage: ", command.usage, "\n")
+    return EXIT_USAGE
+end
+complain(tostring(result))
+return EXIT_FAILED

@@ -1,0 +1,20 @@
+# cmake -DOUTPUT=file.cpp -DSYMBOL=name -DFILES="a;b" -P embed_files.cmake
+# Writes a C++ file defining `const KyEmbeddedFile SYMBOL[]`, one entry per file, named by its file
+# name without the extension, ended by a null entry.
+set(body "#include \"KyEmbedded.h\"\n\n")
+set(entries "")
+set(index 0)
+foreach(file IN LISTS FILES)
+    file(READ "${file}" hex HEX)
+    string(LENGTH "${hex}" hexLength)
+    math(EXPR size "${hexLength} / 2")
+    string(REGEX REPLACE "([0-9a-f][0-9a-f])" "0x\\1," bytes "${hex}")
+    get_filename_component(name "${file}" NAME_WE)
+    string(APPEND body "static const unsigned char data${index}[] = {${bytes}0x00};\n")
+    string(APPEND entries "    {\"${name}\", data${index}, ${size}},\n")
+    math(EXPR index "${index} + 1")
+endforeach()
+string(APPEND body "\nextern const KyEmbeddedFile ${SYMBOL}[] = {\n${entries}    {nullptr, nullptr, 0},\n};\n")
+file(WRITE "${OUTPUT}.tmp" "${body}")
+file(COPY_FILE "${OUTPUT}.tmp" "${OUTPUT}" ONLY_IF_DIFFERENT)
+file(REMOVE "${OUTPUT}.tmp")

@@ -1,0 +1,174 @@
+#include "KyHost.h"
+
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "KyEmbedded.h"
+#include "KyNativeCall.h"
+
+extern const KyEmbeddedFile kyHostPrelude[];
+extern const KyEmbeddedFile kyHostModules[];
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Registry key of the prelude's hooks table.
+char hooksKey;
+
+// _BUNDLE: a direct object whose record points at the host's KyToolkitWin.
+KyToolkitWin* bundleOf(void* record) { return *static_cast<KyToolkitWin**>(record); }
+
+int bundleGetCFunction(void* record, lua_State* L) { return bundleOf(record)->getCFunction(L); }
+int bundleFileNamed(void* record, lua_State* L) { return bundleOf(record)->fileNamed(L); }
+
+int bundleHasResource(void* record, lua_State* L) {
+    lua_pushboolean(L, bundleOf(record)->hasResource(luaL_checkstring(L, 2)));
+    return 1;
+}
+
+int bundleGetResourceByName(void* record, lua_State* L) {
+    const auto bytes = bundleOf(record)->getResourceByName(luaL_checkstring(L, 2));
+    if (bytes) {
+        lua_pushlstring(L, bytes->data(), bytes->size());
+    } else {
+        lua_pushnil(L);
+    }
+    return 1;
+}
+
+int bundleToString(void* record, lua_State* L) {
+    lua_pushfstring(L, "KyToolkitWin( %s )", bundleOf(record)->path().c_str());
+    return 1;
+}
+
+const KyDirectObjectMethodRow kBundleMethods[] = {
+    {"getCFunction", bundleGetCFunction},
+    {"fileNamed", bundleFileNamed},
+    {"hasResource", bundleHasResource},
+    {"getResourceByName", bundleGetResourceByName},
+    {"__tostring", bundleToString},
+    {nullptr, nullptr},
+};
+
+const KyDirectObjectPropertyRow kNoProperties[] = {{nullptr, nullptr, nullptr}};
+
+KyDirectObjectClass bundleClass = {
+    0, "KyToolkitWin", sizeof(KyToolkitWin*), nullptr, nullptr, nullptr, kBundleMethods, kNoProperties,
+};
+
+std::string popError(lua_State* L) {
+    const char* text = lua_tostring(L, -1);
+    std::string message = text ? text : std::string("(error object is a ") + luaL_typename(L, -1) + ")";
+    lua_pop(L, 1);
+    return message;
+}
+
+bool loadEmbedded(lua_State* L, const KyEmbeddedFile& file) {
+    const std::string chunkName = std::string("=") + file.name + ".lua";
+    return luaL_loadbuffer(L, reinterpret_cast<const char*>(file.bytes), file.size, chunkName.c_str()) == 0;
+}
+
+// Calls the function under the arguments on the stack, keeping a traceback-free message.
+bool protectedCall(lua_State* L, int argumentCount, int resultCount, std::string* error) {
+    if (lua_pcall(L, argumentCount, resultCount, 0) == 0) return true;
+    if (error) *error = popError(L);
+    else lua_pop(L, 1);
+    return false;
+}
+
+void setArgTable(lua_State* L, const std::string& name, const std::vector<std::string>& args) {
+    lua_createtable(L, static_cast<int>(args.size()), 1);
+    lua_pushstring(L, name.c_str());
+    lua_rawseti(L, -2, 0);
+    for (size_t i = 0; i < args.size(); ++i) {
+        lua_pushlstring(L, args[i].data(), args[i].size());
+        lua_rawseti(L, -2, static_cast<int>(i + 1));
+    }
+    lua_setglobal(L, "arg");
+}
+
+}  // namespace
+
+KyHost::KyHost() : L_(luaL_newstate()) {
+    luaL_openlibs(L_);
+
+    lua_newtable(L_);
+    for (const KyEmbeddedFile* file = kyHostModules; file->name != nullptr; ++file) {
+        if (!loadEmbedded(L_, *file)) {
+            lua_error(L_);
+        }
+        lua_setfield(L_, -2, file->name);
+    }
+    if (!loadEmbedded(L_, kyHostPrelude[0])) lua_error(L_);
+    lua_insert(L_, -2);
+    lua_call(L_, 1, 1);
+    lua_pushlightuserdata(L_, &hooksKey);
+    lua_insert(L_, -2);
+    lua_rawset(L_, LUA_REGISTRYINDEX);
+}
+
+KyHost::~KyHost() {
+    // Close Lua first: finalisers may still call into the bundle's library.
+    lua_close(L_);
+    bundle_.reset();
+}
+
+bool KyHost::loadBundle(const std::string& folder, std::string* error) {
+    auto bundle = std::make_unique<KyToolkitWin>();
+    if (!bundle->initWithPath(folder.c_str())) {
+        if (error) *error = bundle->error();
+        return false;
+    }
+    lua_pushlightuserdata(L_, &hooksKey);
+    lua_rawget(L_, LUA_REGISTRYINDEX);
+    lua_getfield(L_, -1, "setBundle");
+    lua_remove(L_, -2);
+    *static_cast<KyToolkitWin**>(KyDirectObject_checkPushAllocToLua(L_, &bundleClass)) = bundle.get();
+    if (!protectedCall(L_, 1, 0, error)) return false;
+    bundle_ = std::move(bundle);
+    return true;
+}
+
+bool KyHost::runChunk(const std::string& bytes, const std::string& name, const std::vector<std::string>& args,
+                      std::string* error) {
+    const std::string chunkName = "@" + name;
+    if (luaL_loadbuffer(L_, bytes.data(), bytes.size(), chunkName.c_str()) != 0) {
+        if (error) *error = popError(L_);
+        else lua_pop(L_, 1);
+        return false;
+    }
+    setArgTable(L_, name, args);
+    for (const std::string& a : args) lua_pushlstring(L_, a.data(), a.size());
+    return protectedCall(L_, static_cast<int>(args.size()), LUA_MULTRET, error);
+}
+
+bool KyHost::runFile(const std::string& path, const std::vector<std::string>& args, std::string* error) {
+    std::ifstream in(path, std::ios::binary);
+    std::error_code ec;
+    if (!in || fs::is_directory(path, ec)) {
+        if (error) *error = "cannot open " + path + ": " + (ec ? ec.message() : std::strerror(errno));
+        return false;
+    }
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    std::string text = bytes.str();
+    // A script may start with a #! line, as lua(1) allows.
+    if (text.rfind("#", 0) == 0) text.insert(0, "--");
+    return runChunk(text, path, args, error);
+}
+
+std::string KyHost::defaultBundleFolder() {
+    std::error_code ec;
+    const fs::path exe = fs::read_symlink("/proc/self/exe", ec);
+    if (ec) return {};
+    for (const char* relative : {"../video_toolkit", KY_INSTALLED_BUNDLE}) {
+        const fs::path folder = exe.parent_path() / relative;
+        if (fs::is_directory(folder, ec)) return fs::weakly_canonical(folder, ec).string();
+    }
+    return {};
+}

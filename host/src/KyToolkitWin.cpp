@@ -1,0 +1,109 @@
+#include "KyToolkitWin.h"
+
+#include <dlfcn.h>
+#include <link.h>
+
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "KyNativeCall.h"
+
+namespace fs = std::filesystem;
+
+bool KyToolkitWin::initWithPath(const char* path) {
+    std::error_code ec;
+    if (path == nullptr || !fs::is_directory(path, ec)) {
+        error_ = std::string("not a bundle folder: ") + (path ? path : "(null)");
+        return false;
+    }
+    path_ = path;
+    for (const auto& entry : fs::directory_iterator(path_, ec)) {
+        if (entry.path().extension() != ".so") continue;
+        library_ = dlopen(entry.path().c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (library_ == nullptr) {
+            error_ = dlerror();
+            return false;
+        }
+        return true;
+    }
+    error_ = "no library in bundle folder " + path_;
+    return false;
+}
+
+KyToolkitWin::~KyToolkitWin() {
+    if (library_ != nullptr) dlclose(library_);
+}
+
+std::string KyToolkitWin::storedName(const std::string& fileName) {
+    std::string stored;
+    for (unsigned char c : fileName) {
+        if (std::isupper(c)) stored += '$';
+        stored += static_cast<char>(std::toupper(c));
+    }
+    return stored;
+}
+
+std::string KyToolkitWin::resourceType(const std::string& fileName) {
+    const size_t dot = fileName.rfind('.');
+    std::string type = dot == std::string::npos ? std::string() : fileName.substr(dot + 1);
+    for (char& c : type) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return type;
+}
+
+std::optional<std::string> KyToolkitWin::resourcePath(const char* fileName) const {
+    if (fileName == nullptr || path_.empty()) return std::nullopt;
+    const std::string name(fileName);
+    // A name with a separator could leave the resource folder.
+    if (name.empty() || name.find('/') != std::string::npos || name.find('\0') != std::string::npos) return std::nullopt;
+    const std::string type = resourceType(name);
+    if (type.empty()) return std::nullopt;
+    std::string file = path_ + "/resources/" + type + "/" + storedName(name);
+    std::error_code ec;
+    if (!fs::is_regular_file(file, ec)) return std::nullopt;
+    return file;
+}
+
+bool KyToolkitWin::hasResource(const char* fileName) const { return resourcePath(fileName).has_value(); }
+
+std::optional<std::string> KyToolkitWin::getResourceByName(const char* fileName) const {
+    const auto file = resourcePath(fileName);
+    if (!file) return std::nullopt;
+    std::ifstream in(*file, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    return bytes.str();
+}
+
+int KyToolkitWin::fileNamed(lua_State* L) {
+    const auto file = resourcePath(luaL_checkstring(L, 2));
+    if (file) {
+        lua_pushstring(L, file->c_str());
+    } else {
+        lua_pushnil(L);
+    }
+    return 1;
+}
+
+// dlsym also finds the names of the library's dependencies (Lua's own API among them); only the
+// library's own exports count.
+void* KyToolkitWin::ownSymbol(const char* name) const {
+    if (library_ == nullptr) return nullptr;
+    void* symbol = dlsym(library_, name);
+    link_map* map = nullptr;
+    Dl_info info{};
+    if (symbol == nullptr || dlinfo(library_, RTLD_DI_LINKMAP, &map) != 0 || dladdr(symbol, &info) == 0) return nullptr;
+    return reinterpret_cast<uintptr_t>(info.dli_fbase) == map->l_addr ? symbol : nullptr;
+}
+
+int KyToolkitWin::getCFunction(lua_State* L) {
+    void* symbol = ownSymbol(luaL_checkstring(L, 2));
+    if (symbol == nullptr) {
+        lua_pushnil(L);
+    } else {
+        ky::pushNativeFunction(L, reinterpret_cast<lua_CFunction>(symbol));
+    }
+    return 1;
+}

@@ -1,0 +1,23 @@
+#!/bin/sh
+# Installs the Debian packages the project builds, tests and benchmarks with.
+# Idempotent: does nothing when every package is present.
+set -eu
+
+PACKAGES="
+build-essential cmake pkg-config git
+lua5.1 liblua5.1-0-dev
+libgtest-dev libgmock-dev libbenchmark-dev
+libavutil-dev
+binutils
+"
+
+missing=""
+for p in $PACKAGES; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
+done
+[ -z "$missing" ] && exit 0
+
+if [ "$(id -u)" -eq 0 ]; then SUDO=""; else SUDO="sudo"; fi
+echo "setup: installing$missing" >&2
+$SUDO apt-get update -qq
+DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends $missing >/dev/null
