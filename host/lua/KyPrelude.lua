@@ -50,15 +50,18 @@ local function resolve(name)
     if _BUNDLE and _BUNDLE:hasResource(name .. ".lua") then
         return runBundleChunk(name .. ".lua")
     end
-    error("import: no module named '" .. tostring(name) .. "'", 0)
+    error("import: no module named '" .. name .. "'", 0)
 end
 
 -- import(name): a host module, a module the manifest lists, or one an unlisted chunk of the
 -- bundle named "<name>.lua" exports. Each is loaded once per state.
 function import(name)
+    if type(name) ~= "string" then
+        error("import: module name must be a string, not " .. type(name), 0)
+    end
     local module = loaded[name]
     if module == LOADING then
-        error("import: '" .. tostring(name) .. "' imports itself while loading", 0)
+        error("import: '" .. name .. "' imports itself while loading", 0)
     elseif module ~= nil then
         return module
     end
@@ -73,7 +76,7 @@ function import(name)
     end
     if result == nil then
         loaded[name] = nil
-        error("import: '" .. tostring(name) .. "' delivered no module", 0)
+        error("import: '" .. name .. "' delivered no module", 0)
     end
     loaded[name] = result
     return result

@@ -1,0 +1,51 @@
+-- A small test harness for scripts run by `vtk run`: named cases, equality with a message that
+-- shows both sides, expected raises with their exact text. A failing script exits with 1.
+local T = {}
+
+local failures = 0
+local cases = 0
+
+local function show(value)
+    if type(value) == "string" then
+        return string.format("%q", value)
+    end
+    return tostring(value)
+end
+
+function T.case(name, body)
+    cases = cases + 1
+    local ok, message = pcall(body)
+    if not ok then
+        failures = failures + 1
+        io.stderr:write("FAIL ", name, ": ", tostring(message), "\n")
+    end
+end
+
+function T.eq(actual, expected, label)
+    if actual ~= expected then
+        error((label and label .. ": " or "") .. "expected " .. show(expected) .. ", got " .. show(actual), 2)
+    end
+end
+
+-- fn must raise, with exactly `text` when given, or with a message containing `pattern`.
+function T.raises(fn, text, pattern)
+    local ok, message = pcall(fn)
+    if ok then
+        error("expected an error " .. show(text or pattern) .. ", none was raised", 2)
+    end
+    if text and message ~= text then
+        error("expected error " .. show(text) .. ", got " .. show(message), 2)
+    end
+    if pattern and not string.find(tostring(message), pattern, 1, true) then
+        error("expected an error containing " .. show(pattern) .. ", got " .. show(message), 2)
+    end
+end
+
+function T.finish()
+    io.stdout:write(string.format("%d cases, %d failed\n", cases, failures))
+    if failures > 0 then
+        error(failures .. " case(s) failed", 0)
+    end
+end
+
+return T
