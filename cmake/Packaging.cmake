@@ -21,5 +21,9 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/video_toolkitConfigVersio
 install(FILES ${PROJECT_BINARY_DIR}/video_toolkitConfig.cmake ${PROJECT_BINARY_DIR}/video_toolkitConfigVersion.cmake
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/video_toolkit)
 
+# The .pc file finds the prefix from its own folder, so an install with --prefix (not the configured
+# CMAKE_INSTALL_PREFIX) or a moved install tree still points consumers at the right files.
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
+    OUTPUT_VARIABLE VTK_PC_TO_PREFIX)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/video_toolkit.pc.in ${PROJECT_BINARY_DIR}/video_toolkit.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/video_toolkit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -7,7 +7,9 @@ PACKAGES="
 build-essential cmake pkg-config git
 lua5.1 liblua5.1-0-dev
 libgtest-dev libgmock-dev libbenchmark-dev
-libavutil-dev
+libavutil-dev libavformat-dev libavcodec-dev libswscale-dev
+libpng-dev
+ffmpeg libimage-exiftool-perl ffmpegthumbnailer
 binutils
 "
 
