@@ -90,12 +90,15 @@ RatioTime ratioFromNumber() { return RatioTime_fromNumber(opaque(kFraction)); }
 ArchiveText ratioArchive() {
     RatioTime value = opaque(kRatioA);
     RatioTime_normalize(&value);  // the Lua archive normalises before it writes
-    return archiveFields(value.numerator, value.denominator);
+    ArchiveText text;
+    RatioTime_archive(value, text.data());
+    return text;
 }
 
 RatioTime ratioRestore() {
-    const auto [numerator, denominator] = restoreFields(kArchived);
-    return RatioTime{numerator, denominator};
+    RatioTime value{0, 1};
+    RatioTime_unarchive(opaque(kArchived.data()), &value);
+    return value;
 }
 
 AVRational avAdd() { return av_add_q(opaque(kAvA), opaque(kAvB)); }

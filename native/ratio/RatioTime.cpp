@@ -1,5 +1,9 @@
 #include "RatioTime.h"
 
+#include <algorithm>
+#include <bit>
+#include <cstdio>
+
 namespace {
 
 // Two's-complement wrap-around without undefined signed overflow.
@@ -11,7 +15,70 @@ int64_t wrapAdd(int64_t a, int64_t b) {
     return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
 }
 
-constexpr int64_t kPrimes[] = {2, 3, 5, 7, 11, 13};
+// Exact division by an odd constant without a divide instruction: multiplying by the inverse of P
+// modulo 2^64 gives the quotient of every multiple of P, and |n| is a multiple exactly when that
+// product for |n| is at most (2^64 - 1) / P. The loop over the primes stays the prescribed one.
+constexpr uint64_t inverseModulo64(uint64_t p) {
+    uint64_t x = p;  // right to 3 bits for odd p; each Newton step doubles that
+    for (int i = 0; i < 5; ++i) x *= 2 - p * x;
+    return x;
+}
+
+// One multiplication gives both the answer and the quotient: (-n) * inverse is -(n * inverse).
+template <uint64_t P>
+inline bool exactQuotient(int64_t n, int64_t* quotient) {
+    const uint64_t product = static_cast<uint64_t>(n) * inverseModulo64(P);
+    const uint64_t magnitude = n < 0 ? 0 - product : product;
+    *quotient = static_cast<int64_t>(product);
+    return magnitude <= UINT64_MAX / P;
+}
+
+template <uint64_t P>
+inline void divideOut(RatioTime* value) {
+    int64_t numerator = 0;
+    int64_t denominator = 0;
+    while (exactQuotient<P>(value->numerator, &numerator) && exactQuotient<P>(value->denominator, &denominator)) {
+        value->numerator = numerator;
+        value->denominator = denominator;
+    }
+}
+
+// 2 first: the shared trailing zero bits. An arithmetic shift is the exact division here, since
+// both fields are non-zero multiples of the power of two.
+inline void divideOutTwos(RatioTime* value) {
+    const int shift = std::min(std::countr_zero(static_cast<uint64_t>(value->numerator)),
+                               std::countr_zero(static_cast<uint64_t>(value->denominator)));
+    value->numerator >>= shift;
+    value->denominator >>= shift;
+}
+
+constexpr char kHexDigits[] = "0123456789abcdef";
+
+void writeHex(uint64_t field, char* out) {
+    for (int i = 15; i >= 0; --i) {
+        out[i] = kHexDigits[field & 0xF];
+        field >>= 4;
+    }
+}
+
+int hexValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+// Sixteen hex digits exactly, or nothing.
+bool readHex16(const char* text, uint64_t* field) {
+    uint64_t value = 0;
+    for (int i = 0; i < 16; ++i) {
+        const int digit = hexValue(text[i]);
+        if (digit < 0) return false;
+        value = value << 4 | static_cast<uint64_t>(digit);
+    }
+    *field = value;
+    return true;
+}
 
 // 2^63 as a double: the first value past the signed 64-bit range.
 constexpr double kTwoTo63 = 9223372036854775808.0;
@@ -30,12 +97,12 @@ void RatioTime_normalize(RatioTime* value) {
         value->denominator = 1;
         return;
     }
-    for (int64_t p : kPrimes) {
-        while (value->numerator % p == 0 && value->denominator % p == 0) {
-            value->numerator /= p;
-            value->denominator /= p;
-        }
-    }
+    divideOutTwos(value);
+    divideOut<3>(value);
+    divideOut<5>(value);
+    divideOut<7>(value);
+    divideOut<11>(value);
+    divideOut<13>(value);
 }
 
 void RatioTime_addSigned(RatioTime* value, const RatioTime* other, int32_t sign) {
@@ -65,12 +132,6 @@ RatioTime RatioTime_inverse(RatioTime value) {
     return r;
 }
 
-double RatioTime_toNumber(RatioTime value) {
-    const double n = static_cast<double>(value.numerator);
-    const double d = static_cast<double>(value.denominator);
-    return n / d;
-}
-
 int64_t RatioTime_truncate(double x) {
     if (!(x >= -kTwoTo63 && x < kTwoTo63)) return INT64_MIN;
     return static_cast<int64_t>(x);
@@ -90,10 +151,28 @@ RatioTime RatioTime_fromNumberOver(double x, int64_t denominator) {
     return RatioTime{RatioTime_truncate(x * static_cast<double>(denominator)), denominator};
 }
 
-int RatioTime_equal(RatioTime a, RatioTime b) { return RatioTime_toNumber(a) == RatioTime_toNumber(b); }
-int RatioTime_less(RatioTime a, RatioTime b) { return RatioTime_toNumber(a) < RatioTime_toNumber(b); }
-int RatioTime_lessEqual(RatioTime a, RatioTime b) { return RatioTime_toNumber(a) <= RatioTime_toNumber(b); }
-int RatioTime_greater(RatioTime a, RatioTime b) { return RatioTime_toNumber(a) > RatioTime_toNumber(b); }
-int RatioTime_greaterEqual(RatioTime a, RatioTime b) { return RatioTime_toNumber(a) >= RatioTime_toNumber(b); }
+void RatioTime_archive(RatioTime value, char text[RatioTime_archiveLength + 1]) {
+    writeHex(static_cast<uint64_t>(value.numerator), text);
+    text[16] = '/';
+    writeHex(static_cast<uint64_t>(value.denominator), text + 17);
+    text[RatioTime_archiveLength] = '\0';
+}
+
+int RatioTime_unarchive(const char* text, RatioTime* value) {
+    uint64_t numerator = 0;
+    uint64_t denominator = 0;
+    // The text archive writes; anything else (blanks, signs, 0x, short fields) takes sscanf's rules.
+    if (readHex16(text, &numerator) && text[16] == '/' && readHex16(text + 17, &denominator)) {
+        value->numerator = static_cast<int64_t>(numerator);
+        value->denominator = static_cast<int64_t>(denominator);
+        return 2;
+    }
+    unsigned long long scannedNumerator = 0;
+    unsigned long long scannedDenominator = 0;
+    const int fields = std::sscanf(text, "%16llx/%16llx", &scannedNumerator, &scannedDenominator);
+    if (fields >= 1) value->numerator = static_cast<int64_t>(scannedNumerator);
+    if (fields >= 2) value->denominator = static_cast<int64_t>(scannedDenominator);
+    return fields < 0 ? 0 : fields;
+}
 
 }  // extern "C"

@@ -28,7 +28,10 @@ RatioTime RatioTime_multiply(RatioTime a, RatioTime b);
 RatioTime RatioTime_divide(RatioTime dividend, RatioTime divisor);
 /* Requires value.numerator != 0. */
 RatioTime RatioTime_inverse(RatioTime value);
-double RatioTime_toNumber(RatioTime value);
+/* numerator and denominator each rounded to double, then divided. */
+static inline double RatioTime_toNumber(RatioTime value) {
+    return (double)value.numerator / (double)value.denominator;
+}
 /* A whole x gives x/1; any other x gives trunc(x*8*25*3)/600. Not normalised. */
 RatioTime RatioTime_fromNumber(double x);
 /* trunc(x * denominator) / denominator. Not normalised. */
@@ -36,12 +39,20 @@ RatioTime RatioTime_fromNumberOver(double x, int64_t denominator);
 /* Truncates toward zero; NaN or a value outside int64_t gives INT64_MIN. */
 int64_t RatioTime_truncate(double x);
 
-/* Comparisons go through RatioTime_toNumber on both sides. */
-int RatioTime_equal(RatioTime a, RatioTime b);
-int RatioTime_less(RatioTime a, RatioTime b);
-int RatioTime_lessEqual(RatioTime a, RatioTime b);
-int RatioTime_greater(RatioTime a, RatioTime b);
-int RatioTime_greaterEqual(RatioTime a, RatioTime b);
+/* The archive text: "%016llx/%016llx" of the two fields as unsigned 64-bit patterns, exactly
+ * RatioTime_archiveLength bytes, written with a terminating NUL after them. */
+enum { RatioTime_archiveLength = 33 };
+void RatioTime_archive(RatioTime value, char text[RatioTime_archiveLength + 1]);
+/* Reads text as sscanf's "%16llx/%16llx" does, into the fields it reaches (the others keep their
+ * value); returns how many it read. text must be NUL-terminated. */
+int RatioTime_unarchive(const char* text, RatioTime* value);
+
+/* Comparisons go through RatioTime_toNumber on both sides. Inline: they are on every hot path. */
+static inline int RatioTime_equal(RatioTime a, RatioTime b) { return RatioTime_toNumber(a) == RatioTime_toNumber(b); }
+static inline int RatioTime_less(RatioTime a, RatioTime b) { return RatioTime_toNumber(a) < RatioTime_toNumber(b); }
+static inline int RatioTime_lessEqual(RatioTime a, RatioTime b) { return RatioTime_toNumber(a) <= RatioTime_toNumber(b); }
+static inline int RatioTime_greater(RatioTime a, RatioTime b) { return RatioTime_toNumber(a) > RatioTime_toNumber(b); }
+static inline int RatioTime_greaterEqual(RatioTime a, RatioTime b) { return RatioTime_toNumber(a) >= RatioTime_toNumber(b); }
 
 #ifdef __cplusplus
 }

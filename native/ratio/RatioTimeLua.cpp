@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr size_t kArchiveLength = 33;
-
 RatioTime* checkSelf(lua_State* L, void* record) {
     auto* result = static_cast<RatioTime*>(record);
     if (!(result && result->denominator > 0)) {
@@ -102,26 +100,19 @@ int toNumber(void* record, lua_State* L) {
 int archive(void* record, lua_State* L) {
     RatioTime* self = checkSelf(L, record);
     RatioTime_normalize(self);
-    char text[kArchiveLength + 1];
-    std::snprintf(text, sizeof text, "%016llx/%016llx", static_cast<unsigned long long>(self->numerator),
-                  static_cast<unsigned long long>(self->denominator));
-    lua_pushlstring(L, text, kArchiveLength);
+    char text[RatioTime_archiveLength + 1];
+    RatioTime_archive(*self, text);
+    lua_pushlstring(L, text, RatioTime_archiveLength);
     return 1;
 }
 
 int unarchive(void* record, lua_State* L) {
     RatioTime* self = checkSelf(L, record);
-    if (!(lua_objlen(L, (2)) == kArchiveLength)) {
+    if (!(lua_objlen(L, (2)) == RatioTime_archiveLength)) {
         KyLua_throwProgramError(L, "Assertion failed: lua_objlen(L, (2)) == 33");
     }
-    const char* text = lua_tolstring(L, 2, nullptr);
-    if (text == nullptr) return 0;
-    // Fields the scan does not reach keep their value, as the text format allows.
-    unsigned long long numerator = 0;
-    unsigned long long denominator = 0;
-    const int fields = std::sscanf(text, "%16llx/%16llx", &numerator, &denominator);
-    if (fields >= 1) self->numerator = static_cast<int64_t>(numerator);
-    if (fields >= 2) self->denominator = static_cast<int64_t>(denominator);
+    // A value of another type with that length (a table) has no text to read.
+    if (const char* text = lua_tolstring(L, 2, nullptr)) RatioTime_unarchive(text, self);
     return 0;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <limits>
+#include <random>
 
 #include "RatioTime.h"
 
@@ -48,6 +49,39 @@ INSTANTIATE_TEST_SUITE_P(Table, Normalize, ::testing::Values(
     FieldsCase{rt(10, -4), rt(5, -2)},
     FieldsCase{rt(kMin, 4611686018427387904), rt(-2, 1)},
     FieldsCase{rt(kMax, kMax), rt(188232082384791343, 188232082384791343)}));
+
+// The prescribed loop, written plainly, as the reference for the fast one.
+RatioTime referenceNormalize(RatioTime value) {
+    if (value.denominator == 0) return rt(0, 1);
+    if (value.numerator == 0) return rt(0, 1);
+    for (int64_t p : {2, 3, 5, 7, 11, 13}) {
+        while (value.numerator % p == 0 && value.denominator % p == 0) {
+            value.numerator /= p;
+            value.denominator /= p;
+        }
+    }
+    return value;
+}
+
+TEST(NormalizeAgainstReference, ManyValuesOfEverySignAndSize) {
+    std::mt19937_64 random(20261123);
+    const int64_t smooth[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 25, 49, 121, 169, 1001, 30030, 1 << 20};
+    auto pick = [&](int kind) -> int64_t {
+        switch (kind) {
+            case 0: return static_cast<int64_t>(random());
+            case 1: return smooth[random() % 20] * smooth[random() % 20] * static_cast<int64_t>(random() % 1000 + 1);
+            case 2: return kMin;
+            default: return -smooth[random() % 20] * static_cast<int64_t>(random() % 100000 + 1);
+        }
+    };
+    for (int i = 0; i < 200000; ++i) {
+        RatioTime value = rt(pick(random() % 4), pick(random() % 4));
+        const RatioTime expected = referenceNormalize(value);
+        RatioTime_normalize(&value);
+        ASSERT_EQ(value.numerator, expected.numerator) << i;
+        ASSERT_EQ(value.denominator, expected.denominator) << i;
+    }
+}
 
 struct BinaryCase {
     const char* name;
