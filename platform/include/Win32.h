@@ -1,0 +1,52 @@
+/* The Win32 functions the toolkit calls, on Linux: message texts for HRESULTs, MulDiv, time zone
+ * conversion of a SYSTEMTIME (honouring the machine's zone and its daylight rule), and text
+ * conversion between wide strings, UTF-8 and the ANSI code page (Windows-1252 here). Plain
+ * functions; any thread. */
+#ifndef KY_WIN32_H
+#define KY_WIN32_H
+
+#include <cstdarg>
+#include <string>
+
+#include "PlatformTypes.h"
+
+constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x100;
+constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x200;
+constexpr DWORD FORMAT_MESSAGE_FROM_SYSTEM = 0x1000;
+
+/* With FORMAT_MESSAGE_FROM_SYSTEM, the system text of messageId (an HRESULT of this layer's
+ * table), one English line ending in CR LF. With FORMAT_MESSAGE_ALLOCATE_BUFFER, buffer is really
+ * an LPWSTR* that receives a LocalAlloc'd text, to be freed with LocalFree. Returns the text's
+ * length, or 0 when there is no text for the id. */
+DWORD FormatMessageW(DWORD flags, const void* source, DWORD messageId, DWORD languageId, LPWSTR buffer, DWORD size,
+                     va_list* arguments);
+void* LocalFree(void* memory);
+
+/* number * numerator / denominator through 64 bits, rounded half away from zero; -1 when
+ * denominator is 0 or the result leaves 32 bits. */
+INT MulDiv(INT number, INT numerator, INT denominator);
+
+struct SYSTEMTIME {
+    WORD wYear;
+    WORD wMonth;
+    WORD wDayOfWeek;
+    WORD wDay;
+    WORD wHour;
+    WORD wMinute;
+    WORD wSecond;
+    WORD wMilliseconds;
+};
+
+/* universal (UTC) to local wall-clock time in the machine's zone (timeZone must be null). FALSE
+ * for an invalid date or time (month 13, day 32, ...). */
+BOOL SystemTimeToTzSpecificLocalTime(const void* timeZone, const SYSTEMTIME* universal, SYSTEMTIME* local);
+
+constexpr UINT CP_ACP = 0;
+constexpr UINT CP_UTF8 = 65001;
+
+/* Whole-string conversions (the usual two-call Win32 forms are not needed here). Characters the
+ * ANSI code page lacks become '?'. Invalid UTF-8 becomes U+FFFD. */
+std::string WideToMultiByte(UINT codePage, const std::wstring& text);
+std::wstring MultiByteToWide(UINT codePage, const std::string& text);
+
+#endif

@@ -1,0 +1,99 @@
+#include "FfmpegInput.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "Win32.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace kyplatform {
+
+namespace {
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+std::string percentDecoded(const std::string& text) {
+    std::string decoded;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '%' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 && hexDigit(text[i + 2]) >= 0) {
+            decoded += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
+            i += 2;
+        } else {
+            decoded += text[i];
+        }
+    }
+    return decoded;
+}
+
+HRESULT fromErrno(int error) {
+    switch (error) {
+        case ENOENT: return HRESULT_FROM_WIN32_FILE_NOT_FOUND;
+        case ENOTDIR: return HRESULT_FROM_WIN32_PATH_NOT_FOUND;
+        case ENAMETOOLONG: return HRESULT_FROM_WIN32_INVALID_NAME;
+        case ENOMEM: return E_OUTOFMEMORY;
+        default: return E_ACCESSDENIED;
+    }
+}
+
+// A path that is missing, unreadable or not a regular file fails before FFmpeg sees it: opening
+// a FIFO would block, and a folder or device is no media file.
+HRESULT checkRegularFile(const std::string& path) {
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0) return fromErrno(errno);
+    if (!S_ISREG(info.st_mode)) return E_ACCESSDENIED;
+    if (access(path.c_str(), R_OK) != 0) return fromErrno(errno);
+    return S_OK;
+}
+
+HRESULT fromAverror(int error) {
+    if (error == AVERROR(ENOENT)) return HRESULT_FROM_WIN32_FILE_NOT_FOUND;
+    if (error == AVERROR(EACCES) || error == AVERROR(EPERM)) return E_ACCESSDENIED;
+    if (error == AVERROR(ENOMEM)) return E_OUTOFMEMORY;
+    if (error == AVERROR_EOF || error == AVERROR_INVALIDDATA) return MF_E_UNSUPPORTED_BYTESTREAM_TYPE;
+    return MF_E_INVALID_FORMAT;
+}
+
+}  // namespace
+
+std::string localPathFromUrl(LPCWSTR url) {
+    if (url == nullptr || *url == L'\0') return {};
+    const std::string text = WideToMultiByte(CP_UTF8, url);
+    static const std::string kFileScheme = "file://";
+    if (text.compare(0, kFileScheme.size(), kFileScheme) == 0) {
+        std::string rest = text.substr(kFileScheme.size());
+        // file://localhost/path and file:///path both name /path.
+        if (rest.compare(0, 9, "localhost") == 0) rest.erase(0, 9);
+        return rest.empty() || rest[0] != '/' ? std::string() : percentDecoded(rest);
+    }
+    return text.find("://") == std::string::npos ? text : std::string();
+}
+
+HRESULT openInput(LPCWSTR url, bool probeStreams, AVFormatContext** context) {
+    *context = nullptr;
+    const std::string path = localPathFromUrl(url);
+    if (path.empty()) return MF_E_UNSUPPORTED_SCHEME;
+    if (HRESULT hr = checkRegularFile(path); FAILED(hr)) return hr;
+
+    AVFormatContext* opened = nullptr;
+    // "file:" keeps a name with a colon in it from being read as a protocol.
+    const int status = avformat_open_input(&opened, ("file:" + path).c_str(), nullptr, nullptr);
+    if (status < 0) return fromAverror(status);
+    if (probeStreams && avformat_find_stream_info(opened, nullptr) < 0) {
+        avformat_close_input(&opened);
+        return MF_E_INVALID_FORMAT;
+    }
+    *context = opened;
+    return S_OK;
+}
+
+}  // namespace kyplatform
