@@ -2,10 +2,11 @@
 # (video_toolkit::kyhost) and a pkg-config file (video_toolkit.pc).
 include(CMakePackageConfigHelpers)
 
-install(TARGETS kyhost EXPORT video_toolkitTargets
+install(TARGETS kyhost kywin32 kymedia EXPORT video_toolkitTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/video_toolkit)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/video_toolkit)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/include/ ${PROJECT_SOURCE_DIR}/platform/include/
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/video_toolkit)
 install(TARGETS vtk RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS video_toolkit LIBRARY DESTINATION ${VTK_INSTALL_BUNDLE_DIR})
 install(DIRECTORY ${VTK_BUNDLE_DIR}/ DESTINATION ${VTK_INSTALL_BUNDLE_DIR} PATTERN "*.so" EXCLUDE)

@@ -5,7 +5,7 @@ set -eu
 
 PACKAGES="
 build-essential cmake pkg-config git
-lua5.1 liblua5.1-0-dev
+lua5.1 liblua5.1-0-dev python3
 libgtest-dev libgmock-dev libbenchmark-dev
 libavutil-dev libavformat-dev libavcodec-dev libswscale-dev
 libpng-dev

@@ -1,6 +1,8 @@
 // vtk: the toolkit's command-line tool. The commands are Lua (vtk.lua) over the toolkit's own
 // modules, run by the real host with the real bundle, so the command line takes the same path as
 // the application does.
+#include <unistd.h>
+
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -13,6 +15,12 @@ extern const KyEmbeddedFile vtkLua[];
 namespace {
 
 constexpr int kExitFailure = 1;
+
+// vtkHost.isTerminal(fd): whether a standard stream is a terminal, for progress lines.
+int isTerminal(lua_State* L) {
+    lua_pushboolean(L, isatty(static_cast<int>(luaL_checkinteger(L, 1))));
+    return 1;
+}
 
 int fail(const std::string& message) {
     std::fprintf(stderr, "vtk: %s\n", message.c_str());
@@ -31,6 +39,10 @@ int main(int argc, char** argv) {
     const std::vector<std::string> args(argv + 1, argv + argc);
     const std::string program(reinterpret_cast<const char*>(vtkLua[0].bytes), vtkLua[0].size);
     lua_State* L = host.state();
+    lua_createtable(L, 0, 1);
+    lua_pushcfunction(L, isTerminal);
+    lua_setfield(L, -2, "isTerminal");
+    lua_setglobal(L, "vtkHost");
     const int base = lua_gettop(L);
     if (!host.runChunk(program, "vtk.lua", args, &error)) return fail(error);
     const int status = lua_gettop(L) > base && lua_isnumber(L, base + 1) ? static_cast<int>(lua_tointeger(L, base + 1)) : 0;

@@ -19,13 +19,18 @@ local function usageError(text)
     error(setmetatable({ text = text }, UsageError), 0)
 end
 
--- Splits arguments into options (declared with or without a value) and positional words.
-local function parseOptions(args, declared)
+-- Splits arguments into options (declared with or without a value; aliases maps a one-letter
+-- form such as "o" to its long name) and positional words.
+local function parseOptions(args, declared, aliases)
     local options, words = {}, {}
     local i = 1
     while i <= #args do
         local word = args[i]
         local name = string.match(word, "^%-%-(.+)$")
+        local short = string.match(word, "^%-(%a)$")
+        if short then
+            name = (aliases or {})[short] or short
+        end
         if name then
             local takesValue = declared[name]
             if takesValue == nil then
@@ -119,8 +124,177 @@ local function printTimecodeTable(instants)
     end
 end
 
+-- The toolkit reports every failed open with one code; the file system can say more, so a
+-- file that cannot be read at all is reported with the system's reason.
+local function unreadableReason(path)
+    local file, message = io.open(path, "rb")
+    if not file then
+        return (string.gsub(message, "^" .. string.gsub(path, "[%p]", "%%%0") .. ": ", ""))
+    end
+    local _, readError = file:read(0)
+    file:close()
+    return readError
+end
+
+-- Inspection commands share one loop: each file in turn, a bad one reported with its text on
+-- standard error and skipped, progress on standard error when that is a terminal, exit status 1
+-- at the end if any failed.
+local function eachFile(files, work)
+    local failed = 0
+    local showProgress = #files > 1 and vtkHost.isTerminal(2)
+    for i, path in ipairs(files) do
+        if showProgress then
+            io.stderr:write(string.format("\r\27[K[%d/%d] %s", i, #files, path))
+        end
+        local reason = unreadableReason(path)
+        local ok, message = true, reason
+        if not reason then
+            ok, message = pcall(work, path, i)
+        end
+        if not ok or message then
+            failed = failed + 1
+            if showProgress then
+                io.stderr:write("\r\27[K")
+            end
+            complain(path, ": ", import("KyErrors").message(message) or tostring(message))
+        end
+    end
+    if showProgress then
+        io.stderr:write("\r\27[K")
+    end
+    return failed == 0 and EXIT_OK or EXIT_FAILED
+end
+
+-- Where a command's result for one of several files goes: -o names the file for a single input
+-- and a folder for several, in which each result is named after its input.
+local function outputPath(output, path, count, extension)
+    if not output or count == 1 then
+        return output
+    end
+    local name = string.match(path, "([^/]+)$") or path
+    return output .. "/" .. (string.gsub(name, "%.[^.]*$", "")) .. extension
+end
+
+local kJsonEscapes = { ['"'] = '\\"', ["\\"] = "\\\\", ["\n"] = "\\n", ["\r"] = "\\r", ["\t"] = "\\t" }
+
+local function jsonString(text)
+    return '"' .. string.gsub(text, '[%c"\\]', function(c)
+        return kJsonEscapes[c] or string.format("\\u%04x", string.byte(c))
+    end) .. '"'
+end
+
+local function ratioText(value)
+    return formatNumber(value.numerator) .. "/" .. formatNumber(value.denominator)
+end
+
+-- The fields of getVideoFileInfo, in their order, with how each is shown.
+local kInfoFields = {
+    { "duration", function(v) return formatNumber(v:toNumber()) end, function(v) return formatNumber(v:toNumber()) end },
+    { "frame_rate", ratioText, function(v) return jsonString(ratioText(v)) end },
+    { "width", formatNumber, formatNumber },
+    { "height", formatNumber, formatNumber },
+    { "audioSampleRate", formatNumber, formatNumber },
+    { "videoRotation", formatNumber, formatNumber },
+    { "hasVideo", tostring, tostring },
+}
+
 local commands = {}
-local commandOrder = { "run", "timecode" }
+local commandOrder = { "info", "poster", "xmp", "run", "timecode" }
+
+commands.info = {
+    summary = "show a video file's properties: duration, frame rate, display size, rotation",
+    usage = "vtk info FILE... [--json]",
+    help = [[
+For each FILE, the properties the toolkit reads without playing it: duration in seconds,
+frame_rate as an exact ratio, width and height as shown on screen (pixel aspect and rotation
+applied), audioSampleRate, videoRotation (counter-clockwise degrees; 1 when the file has no
+rotation) and hasVideo. One block per file, or one JSON object per line with --json.
+A file that cannot be read is reported on standard error; the others are still shown.]],
+    run = function(args)
+        local options, files = parseOptions(args, { json = false })
+        if #files == 0 then
+            usageError("info needs at least one FILE")
+        end
+        local VideoSupport = import("VideoSupport")
+        return eachFile(files, function(path)
+            local info = VideoSupport.getVideoFileInfo(path)
+            if options.json then
+                local fields = { '"file":' .. jsonString(path) }
+                for _, field in ipairs(kInfoFields) do
+                    table.insert(fields, jsonString(field[1]) .. ":" .. field[3](info[field[1]]))
+                end
+                say("{", table.concat(fields, ","), "}")
+            else
+                say("file: ", path)
+                for _, field in ipairs(kInfoFields) do
+                    say(field[1], ": ", field[2](info[field[1]]))
+                end
+                if #files > 1 then
+                    say("")
+                end
+            end
+        end)
+    end,
+}
+
+commands.poster = {
+    summary = "write a video's poster frame, upright and at display size, as PNG",
+    usage = "vtk poster FILE... -o OUT.png",
+    help = [[
+Writes the first frame of FILE, turned upright and scaled to its display size, to OUT.png.
+With several files, -o names a folder and each poster is named after its file (clip.mp4 gives
+clip.png).]],
+    run = function(args)
+        local options, files = parseOptions(args, { output = true }, { o = "output" })
+        if #files == 0 or not options.output then
+            usageError("poster needs FILE and -o OUT.png")
+        end
+        -- The native table, not the module: the module logs a missing poster's reason instead of
+        -- handing it on, and here the reason is the output.
+        local natives = _BUNDLE:getCFunction("VideoSupport_nativeFuncs_L")()
+        return eachFile(files, function(path)
+            local image, details = natives.getPosterFrame(path)
+            if not image then
+                return details.error_message
+            end
+            local written, message = image:writePNG(outputPath(options.output, path, #files, ".png"))
+            return not written and message or nil
+        end)
+    end,
+}
+
+commands.xmp = {
+    summary = "write a video's camera metadata as an XMP packet",
+    usage = "vtk xmp FILE... [-o OUT.xmp]",
+    help = [[
+Prints the XMP packet of FILE (date, camera model, duration, orientation, GPS position) on
+standard output, one line per file, or writes it to OUT.xmp exactly as the toolkit makes it.
+With several files, -o names a folder and each packet is named after its file.]],
+    run = function(args)
+        local options, files = parseOptions(args, { output = true }, { o = "output" })
+        if #files == 0 then
+            usageError("xmp needs at least one FILE")
+        end
+        local VideoSupport = import("VideoSupport")
+        return eachFile(files, function(path)
+            local ok, packet = VideoSupport.getMetadata(path)
+            if ok ~= true then
+                return ok
+            end
+            local output = outputPath(options.output, path, #files, ".xmp")
+            if not output then
+                say(packet)
+                return nil
+            end
+            local file, message = io.open(output, "wb")
+            if not file then
+                return message
+            end
+            file:write(packet)
+            file:close()
+        end)
+    end,
+}
 
 commands.run = {
     summary = "run a Lua script inside the host with the toolkit loaded",

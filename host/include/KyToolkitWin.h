@@ -21,8 +21,8 @@ public:
     KyToolkitWin(const KyToolkitWin&) = delete;
     KyToolkitWin& operator=(const KyToolkitWin&) = delete;
 
-    /* Opens the bundle folder and its library (the one *.so at its top). False, with error()
-     * saying why, if the folder or the library cannot be opened. */
+    /* Opens the bundle folder and finds its library (the one *.so at its top), which is loaded at
+     * the first getCFunction. False, with error() saying why, without folder or library. */
     virtual bool initWithPath(const char* path);
     virtual ~KyToolkitWin();
 
@@ -33,7 +33,8 @@ public:
     /* Lua: fileNamed(self, name) -> path of the stored resource, or nil. */
     virtual int fileNamed(lua_State* L);
     /* Lua: getCFunction(self, name) -> the library's exported function of that name as a Lua C
-     * function, or nil (never an error) when the library exports no such name. */
+     * function, or nil when the library exports no such name; a Lua error when the library
+     * cannot be loaded at all. */
     virtual int getCFunction(lua_State* L);
 
     const std::string& path() const { return path_; }
@@ -45,10 +46,12 @@ public:
 
 private:
     std::optional<std::string> resourcePath(const char* fileName) const;
-    void* ownSymbol(const char* name) const;
+    bool openLibrary();
+    void* ownSymbol(const char* name);
 
     std::string path_;
     std::string error_;
+    std::string libraryPath_;
     void* library_ = nullptr;
 };
 

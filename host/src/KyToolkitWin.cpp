@@ -20,16 +20,23 @@ bool KyToolkitWin::initWithPath(const char* path) {
     }
     path_ = path;
     for (const auto& entry : fs::directory_iterator(path_, ec)) {
-        if (entry.path().extension() != ".so") continue;
-        library_ = dlopen(entry.path().c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (library_ == nullptr) {
-            error_ = dlerror();
-            return false;
+        if (entry.path().extension() == ".so") {
+            libraryPath_ = entry.path().string();
+            return true;
         }
-        return true;
     }
     error_ = "no library in bundle folder " + path_;
     return false;
+}
+
+// The library is opened at the first lookup: reading the manifest and resources needs no code,
+// and the library brings the media frameworks with it.
+bool KyToolkitWin::openLibrary() {
+    if (library_ == nullptr && !libraryPath_.empty()) {
+        library_ = dlopen(libraryPath_.c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (library_ == nullptr) error_ = dlerror();
+    }
+    return library_ != nullptr;
 }
 
 KyToolkitWin::~KyToolkitWin() {
@@ -89,8 +96,8 @@ int KyToolkitWin::fileNamed(lua_State* L) {
 
 // dlsym also finds the names of the library's dependencies (Lua's own API among them); only the
 // library's own exports count.
-void* KyToolkitWin::ownSymbol(const char* name) const {
-    if (library_ == nullptr) return nullptr;
+void* KyToolkitWin::ownSymbol(const char* name) {
+    if (!openLibrary()) return nullptr;
     void* symbol = dlsym(library_, name);
     link_map* map = nullptr;
     Dl_info info{};
@@ -99,7 +106,9 @@ void* KyToolkitWin::ownSymbol(const char* name) const {
 }
 
 int KyToolkitWin::getCFunction(lua_State* L) {
-    void* symbol = ownSymbol(luaL_checkstring(L, 2));
+    const char* name = luaL_checkstring(L, 2);
+    if (!openLibrary()) return luaL_error(L, "cannot load the toolkit library: %s", error_.c_str());
+    void* symbol = ownSymbol(name);
     if (symbol == nullptr) {
         lua_pushnil(L);
     } else {

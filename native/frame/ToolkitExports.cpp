@@ -1,6 +1,7 @@
 #include "ToolkitExports.h"
 
 #include "RatioTimeLua.h"
+#include "VideoSupportNatives.h"
 
 namespace {
 
@@ -10,8 +11,10 @@ luaL_Reg ratioTimeRows[] = {
     {nullptr, nullptr},
 };
 
-// Poster frames, file properties and metadata arrive with the media inspection layer.
 luaL_Reg videoSupportRows[] = {
+    {"getPosterFrame", VideoSupport_getPosterFrame_L},
+    {"getVideoFileInfo", VideoSupport_getVideoFileInfo_L},
+    {"getMetadata", VideoSupport_getMetadata_L},
     {nullptr, nullptr},
 };
 

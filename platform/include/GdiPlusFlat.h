@@ -1,6 +1,6 @@
 /* The GDI+ flat interface as the toolkit draws with it: bitmaps in memory, locking their bits,
- * rotate-flip, and a graphics context that draws one bitmap into another through a scale
- * transform (bilinear). Pixel formats are 32-bit B, G, R, X (or A) bytes per pixel, rows top-down
+ * rotate-flip, a graphics context that draws one bitmap into another through a scale transform
+ * (bilinear), and PNG files. Pixels are B, G, R, X (or A) bytes (24bppRGB: B, G, R), rows top-down
  * with a positive stride. Plain functions; a bitmap or graphics object belongs to one thread at a
  * time. Failures are GpStatus values; a null handle argument gives InvalidParameter. */
 #ifndef KY_GDI_PLUS_FLAT_H
@@ -53,7 +53,7 @@ struct BitmapData {
     UINT Width;
     UINT Height;
     INT Stride;
-    PixelFormat PixelFormat;
+    ::PixelFormat PixelFormat;  // qualified, as the member takes the type's name
     void* Scan0;
     uintptr_t Reserved;
 };
@@ -65,24 +65,46 @@ struct GpGraphics;
 void* GdipAlloc(size_t size);
 void GdipFree(void* pointer);
 
-/* scan0 null: the bitmap owns zeroed memory of width x height (stride ignored). Otherwise it
- * wraps the caller's memory, which must outlive it. Formats: the two 32-bit ones and 32bppPARGB;
- * others give InvalidParameter. */
+/* scan0 null: the bitmap owns zeroed memory of width x height (stride ignored, rows 4-byte
+ * aligned); more than 1 GiB gives OutOfMemory. Otherwise it wraps the caller's memory, which must
+ * outlive it (stride a positive multiple of 4 holding a row). Formats: 24bppRGB, 32bppRGB,
+ * 32bppARGB, 32bppPARGB; others, and sizes below 1, give InvalidParameter. */
 GpStatus GdipCreateBitmapFromScan0(INT width, INT height, INT stride, PixelFormat format, BYTE* scan0,
                                    GpBitmap** bitmap);
+/* ObjectBusy while a graphics context draws into the image: delete the graphics first. */
 GpStatus GdipDisposeImage(GpImage* image);
-/* Locks rect (inside the bitmap) for the mode; data receives the rows as they lie in the bitmap. */
+/* Locks rect (inside the bitmap, else InvalidParameter; null for all of it) for the mode; data
+ * receives the rows as they lie in the bitmap when format is the bitmap's own. Another format, or
+ * ImageLockModeUserInputBuf (data->Scan0 and Stride name the caller's rows), gets a converted copy
+ * written back at unlock for ImageLockModeWrite. One lock at a time: a second gives WrongState, as
+ * do drawing, rotating and reading pixels while locked. */
 GpStatus GdipBitmapLockBits(GpBitmap* bitmap, const GpRect* rect, UINT flags, PixelFormat format, BitmapData* data);
 GpStatus GdipBitmapUnlockBits(GpBitmap* bitmap, BitmapData* data);
-/* In place; 90 and 270 swap width and height. */
+/* In place: a clockwise rotation, then for the FlipX types a horizontal mirror; 90 and 270 swap
+ * width and height. A bitmap over the caller's memory moves to memory of its own when its width
+ * changes. */
 GpStatus GdipImageRotateFlip(GpImage* image, RotateFlipType type);
 GpStatus GdipGetImageWidth(GpImage* image, UINT* width);
 GpStatus GdipGetImageHeight(GpImage* image, UINT* height);
 GpStatus GdipGetImageGraphicsContext(GpImage* image, GpGraphics** graphics);
 GpStatus GdipDeleteGraphics(GpGraphics* graphics);
 GpStatus GdipScaleWorldTransform(GpGraphics* graphics, float sx, float sy, MatrixOrder order);
-/* Draws image at (x, y) through the world transform, sampling bilinearly. */
+/* Draws image at (x, y) through the world transform, sampling bilinearly (edge pixels repeat
+ * outward) and blending source-over: every target pixel whose centre lies in the transformed
+ * rectangle is covered. */
 GpStatus GdipDrawImageI(GpGraphics* graphics, GpImage* image, INT x, INT y);
+/* The pixel at (x, y) as 0xAARRGGBB with straight alpha; 0xFF alpha for the RGB formats. */
+GpStatus GdipBitmapGetPixel(GpBitmap* bitmap, INT x, INT y, uint32_t* argb);
+
+/* The PNG encoder, {557CF406-1A04-11D3-9A73-0000F81EF32E}, the one encoder here. */
+extern const CLSID ImageEncoderPNG;
+/* Writes image as an 8-bit PNG: RGB for the RGB formats, RGBA with straight alpha for the ARGB
+ * ones. filename is a path; encoderParams is ignored (the PNG encoder takes none). Another encoder
+ * gives InvalidParameter, a file that cannot be written GenericError. */
+GpStatus GdipSaveImageToFile(GpImage* image, const WCHAR* filename, const CLSID* encoder, const void* encoderParams);
+/* Reads a PNG of any colour type and bit depth into a new 32bppARGB bitmap (straight alpha, 8-bit
+ * sRGB). GenericError when the file cannot be read or is no PNG. */
+GpStatus GdipCreateBitmapFromFile(const WCHAR* filename, GpBitmap** bitmap);
 
 namespace Gdiplus {
 

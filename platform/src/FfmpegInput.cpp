@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <mutex>
 
 #include "Win32.h"
 
@@ -35,9 +36,15 @@ std::string percentDecoded(const std::string& text) {
     return decoded;
 }
 
-HRESULT fromErrno(int error) {
+// A missing file in a missing folder is a missing path, as the platform tells the two apart.
+HRESULT fromErrno(int error, const std::string& path) {
     switch (error) {
-        case ENOENT: return HRESULT_FROM_WIN32_FILE_NOT_FOUND;
+        case ENOENT: {
+            const size_t slash = path.find_last_of('/');
+            const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+            struct stat info {};
+            return stat(folder.c_str(), &info) == 0 ? HRESULT_FROM_WIN32_FILE_NOT_FOUND : HRESULT_FROM_WIN32_PATH_NOT_FOUND;
+        }
         case ENOTDIR: return HRESULT_FROM_WIN32_PATH_NOT_FOUND;
         case ENAMETOOLONG: return HRESULT_FROM_WIN32_INVALID_NAME;
         case ENOMEM: return E_OUTOFMEMORY;
@@ -49,9 +56,9 @@ HRESULT fromErrno(int error) {
 // a FIFO would block, and a folder or device is no media file.
 HRESULT checkRegularFile(const std::string& path) {
     struct stat info {};
-    if (stat(path.c_str(), &info) != 0) return fromErrno(errno);
+    if (stat(path.c_str(), &info) != 0) return fromErrno(errno, path);
     if (!S_ISREG(info.st_mode)) return E_ACCESSDENIED;
-    if (access(path.c_str(), R_OK) != 0) return fromErrno(errno);
+    if (access(path.c_str(), R_OK) != 0) return fromErrno(errno, path);
     return S_OK;
 }
 
@@ -79,6 +86,10 @@ std::string localPathFromUrl(LPCWSTR url) {
 }
 
 HRESULT openInput(LPCWSTR url, bool probeStreams, AVFormatContext** context) {
+    // Failures reach callers as HRESULTs; FFmpeg's own diagnostics would only clutter the host's
+    // standard error.
+    static std::once_flag quiet;
+    std::call_once(quiet, [] { av_log_set_level(AV_LOG_QUIET); });
     *context = nullptr;
     const std::string path = localPathFromUrl(url);
     if (path.empty()) return MF_E_UNSUPPORTED_SCHEME;

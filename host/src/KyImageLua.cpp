@@ -1,0 +1,92 @@
+// Images in Lua: a direct object whose record holds one counted reference to a KyImage, given up
+// when the collector finalises the object.
+#include <new>
+
+#include "KyImage.h"
+#include "KyNativeString.h"
+
+namespace {
+
+struct ImageRecord {
+    RCPtr<KyImage> image;
+};
+
+KyImage& imageOf(void* record) { return *static_cast<ImageRecord*>(record)->image; }
+
+int width(void* record, lua_State* L) {
+    lua_pushnumber(L, imageOf(record).GetWidth());
+    return 1;
+}
+
+int height(void* record, lua_State* L) {
+    lua_pushnumber(L, imageOf(record).GetHeight());
+    return 1;
+}
+
+// getPixel(x, y) -> r, g, b, a (0..255); nil outside the image.
+int getPixel(void* record, lua_State* L) {
+    const auto x = KyLua_checkInteger(L, 2);
+    const auto y = KyLua_checkInteger(L, 3);
+    KyImage& image = imageOf(record);
+    if (x < 0 || y < 0 || x >= image.GetWidth() || y >= image.GetHeight()) {
+        lua_pushnil(L);
+        return 1;
+    }
+    const uint32_t argb = image.GetNativeImageRef()->GetPixel(static_cast<int>(x), static_cast<int>(y));
+    lua_pushinteger(L, (argb >> 16) & 0xFF);
+    lua_pushinteger(L, (argb >> 8) & 0xFF);
+    lua_pushinteger(L, argb & 0xFF);
+    lua_pushinteger(L, argb >> 24);
+    return 4;
+}
+
+// writePNG(path) -> true, or nil and a message.
+int writePNG(void* record, lua_State* L) {
+    const KyNativeString path = KyLua_checkNativeString(L, 2);
+    if (imageOf(record).WritePNG(path)) {
+        lua_pushboolean(L, 1);
+        return 1;
+    }
+    lua_pushnil(L);
+    lua_pushfstring(L, "cannot write PNG file '%s'", lua_tostring(L, 2));
+    return 2;
+}
+
+int toString(void* record, lua_State* L) {
+    lua_pushfstring(L, "KyImage( %dx%d )", static_cast<int>(imageOf(record).GetWidth()),
+                    static_cast<int>(imageOf(record).GetHeight()));
+    return 1;
+}
+
+int collect(void* record, lua_State*) {
+    static_cast<ImageRecord*>(record)->~ImageRecord();
+    return 0;
+}
+
+const KyDirectObjectMethodRow kMethods[] = {
+    {"width", width},         {"height", height},       {"getPixel", getPixel},
+    {"writePNG", writePNG},   {"__tostring", toString}, {"__gc", collect},
+    {nullptr, nullptr},
+};
+
+const KyDirectObjectPropertyRow kProperties[] = {{nullptr, nullptr, nullptr}};
+
+KyDirectObjectClass imageClass = {
+    0, "KyImage", sizeof(ImageRecord), nullptr, nullptr, nullptr, kMethods, kProperties,
+};
+
+}  // namespace
+
+void KyImageRef_pushToLua(lua_State* L, RCPtr<KyImage> image) {
+    if (!image) {
+        lua_pushnil(L);
+        return;
+    }
+    new (KyDirectObject_checkPushAllocToLua(L, &imageClass)) ImageRecord{std::move(image)};
+}
+
+RCPtr<KyImage> KyLua_checkWinImage(lua_State* L, int index) {
+    auto* record = static_cast<ImageRecord*>(KyDirectObject_fromLua(L, index, &imageClass));
+    if (record == nullptr) luaL_typerror(L, index, "KyImage");
+    return record->image;
+}

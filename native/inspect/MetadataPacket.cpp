@@ -1,0 +1,101 @@
+// getMetadata: the camera metadata of a file as an XMP packet. Eight properties are read from the
+// file's property store as text (each lookup opens the file on its own), rearranged by the XMP
+// text functions, and filled into the packet's template.
+#include <new>
+
+#include "KyNativeString.h"
+#include "VideoSourceReader.h"
+#include "VideoSupportNatives.h"
+#include "Win32.h"
+#include "XmpPacket.h"
+
+namespace {
+
+constexpr UINT kPropertyTextLength = 8192;
+constexpr DWORD kResolveFlags =
+    MF_RESOLUTION_MEDIASOURCE | MF_RESOLUTION_CONTENT_DOES_NOT_HAVE_TO_MATCH_EXTENSION_OR_MIME_TYPE | MF_RESOLUTION_READ;
+const wchar_t kNotFound[] = L"not found";
+
+template <class T>
+void SafeRelease(T*& pointer) {
+    if (pointer != nullptr) {
+        pointer->Release();
+        pointer = nullptr;
+    }
+}
+
+std::wstring readPropertyText(const std::wstring& path, const PROPERTYKEY& key) {
+    std::wstring answer = kNotFound;
+    IMFSourceResolver* resolver = nullptr;
+    IUnknown* object = nullptr;
+    IMFMediaSource* source = nullptr;
+    IMFGetService* service = nullptr;
+    IPropertyStore* store = nullptr;
+    MF_OBJECT_TYPE objectType = MF_OBJECT_INVALID;
+    PROPVARIANT value;
+    PropVariantInit(&value);
+
+    HRESULT hr = MFCreateSourceResolver(&resolver);
+    if (SUCCEEDED(hr)) hr = resolver->CreateObjectFromURL(path.c_str(), kResolveFlags, nullptr, &objectType, &object);
+    if (SUCCEEDED(hr)) hr = object->QueryInterface(IID_IMFMediaSource, reinterpret_cast<void**>(&source));
+    if (SUCCEEDED(hr)) hr = source->QueryInterface(IID_IMFGetService, reinterpret_cast<void**>(&service));
+    if (SUCCEEDED(hr)) hr = service->GetService(MF_PROPERTY_HANDLER_SERVICE, IID_IPropertyStore, reinterpret_cast<void**>(&store));
+    if (SUCCEEDED(hr)) hr = store->GetValue(key, &value);
+    if (SUCCEEDED(hr)) {
+        auto* buffer = new (std::nothrow) wchar_t[kPropertyTextLength]();
+        if (buffer != nullptr && SUCCEEDED(PropVariantToString(value, buffer, kPropertyTextLength))) answer = buffer;
+        delete[] buffer;
+    }
+    PropVariantClear(&value);
+    if (source != nullptr) source->Shutdown();
+    SafeRelease(store);
+    SafeRelease(service);
+    SafeRelease(source);
+    SafeRelease(object);
+    SafeRelease(resolver);
+    return answer;
+}
+
+int pushFailure(lua_State* L, const char* message) {
+    lua_pushstring(L, message);
+    lua_pushboolean(L, 0);
+    return 2;
+}
+
+}  // namespace
+
+int VideoSupport_getMetadata_L(lua_State* L) {
+    VideoStreamInfo info;
+    const KyNativeString path = KyLua_checkNativeString(L, 1);
+    if (path.empty()) return pushFailure(L, "null path");
+    auto* reader = new (std::nothrow) VideoSourceReader();
+    if (reader == nullptr) return pushFailure(L, "cannot allocate VideoSourceReader");
+    if (FAILED(reader->open(path.c_str()))) {
+        reader->Release();
+        return pushFailure(L, "video asset not found");
+    }
+    // A file that opens but gives no stream properties keeps a zero record: duration 0, orientation 1.
+    if (SUCCEEDED(reader->selectVideoOutput())) reader->readStreamInfo(info);
+    reader->closeReader();
+    reader->Release();
+
+    XmpValues values;
+    values.creationDate = formatCreationDate(readPropertyText(path, PKEY_Media_DateEncoded));
+    std::wstring latitude = removeZeroTriples(readPropertyText(path, PKEY_GPS_Latitude));
+    std::wstring longitude = removeZeroTriples(readPropertyText(path, PKEY_GPS_Longitude));
+    const std::wstring latitudeRef = latitude.empty() ? std::wstring() : readPropertyText(path, PKEY_GPS_LatitudeRef);
+    const std::wstring longitudeRef = longitude.empty() ? std::wstring() : readPropertyText(path, PKEY_GPS_LongitudeRef);
+    const std::wstring altitude = readPropertyText(path, PKEY_GPS_Altitude);
+    values.gpsAltitudeRef = readPropertyText(path, PKEY_GPS_AltitudeRef);
+    values.gpsLatitude = formatCoordinate(latitude, latitudeRef);
+    values.gpsLongitude = formatCoordinate(longitude, longitudeRef);
+    values.gpsAltitude1000ths = formatAltitude(altitude);
+    values.durationInTicks = durationTicksText(info.duration);
+    values.model = readPropertyText(path, PKEY_Photo_CameraModel);
+    values.orientation = orientationText(info.rotation);
+
+    const std::string packet = WideToMultiByte(CP_ACP, fillXmpPacket(values));
+    lua_pushboolean(L, 1);
+    lua_pushlstring(L, packet.data(), packet.size());
+    return 2;
+}

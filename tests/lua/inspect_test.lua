@@ -1,0 +1,158 @@
+-- Media inspection through VideoSupport on the generated corpus, checked against ffprobe, the
+-- pictures' own corner colours, and exiftool. arg[1] is the corpus folder.
+local dir = string.match(arg[0], "^(.*)/")
+local T = dofile(dir .. "/testlib.lua")
+local media = dofile(dir .. "/media_lib.lua")
+media.setCorpus(arg[1])
+local VideoSupport = import("VideoSupport")
+local KyErrors = import("KyErrors")
+local natives = _BUNDLE:getCFunction("VideoSupport_nativeFuncs_L")()
+
+local videos = {
+    "h264_1080p.mp4", "hevc.mp4", "vp9.webm", "mpeg4.avi", "prores.mov", "mjpeg.avi", "rot0.mp4", "rot90.mp4",
+    "rot180.mp4", "rot270.mp4", "sar_8_9.mp4", "sar_32_27.mp4", "sar_4_3.mp4", "rate_23976.mp4", "rate_2997.mp4",
+    "vfr.mp4", "tags_mp4.mp4", "tags_mov.mov", "phone.mov", "tags_webm.webm", "clip 日本 🎬.mp4",
+}
+
+local function sameRatio(n1, d1, n2, d2)
+    return n1 * d2 == n2 * d1
+end
+
+T.case("file properties agree with ffprobe", function()
+    for _, name in ipairs(videos) do
+        local path = media.corpus(name)
+        local info = VideoSupport.getVideoFileInfo(path)
+        local probe = media.ffprobe(path)
+        local label = name
+        T.eq(info.width, probe.width, label .. " width")
+        T.eq(info.height, probe.height, label .. " height")
+        T.eq(info.videoRotation, probe.rotation or 1, label .. " rotation")
+        assert(sameRatio(info.frame_rate.numerator, info.frame_rate.denominator, probe.frameRateNumerator,
+            probe.frameRateDenominator), label .. " frame rate " .. tostring(info.frame_rate))
+        T.eq(info.duration.denominator, 10000000, label .. " duration scale")
+        assert(math.abs(info.duration:toNumber() - probe.duration) <= probe.frameDuration,
+            label .. " duration " .. info.duration:toNumber() .. " vs " .. probe.duration)
+        T.eq(info.hasVideo, true)
+        T.eq(info.audioSampleRate, 44100)
+    end
+end)
+
+local function corners(image)
+    local w, h = image:width(), image:height()
+    local names = {}
+    for i, at in ipairs({ { 0.1, 0.1 }, { 0.9, 0.1 }, { 0.1, 0.9 }, { 0.9, 0.9 } }) do
+        names[i] = media.colourName(image:getPixel(math.floor(at[1] * w), math.floor(at[2] * h)))
+    end
+    return table.concat(names, " ")
+end
+
+T.case("poster frames are upright and at display size", function()
+    for _, name in ipairs({ "rot0.mp4", "rot90.mp4", "rot180.mp4", "rot270.mp4", "sar_8_9.mp4", "sar_32_27.mp4",
+        "sar_4_3.mp4", "h264_1080p.mp4", "phone.mov", "vp9.webm", "prores.mov" }) do
+        local path = media.corpus(name)
+        local image = VideoSupport.getPosterFrame(path)
+        assert(image, name .. ": no poster")
+        local probe = media.ffprobe(path)
+        T.eq(image:width() .. "x" .. image:height(), probe.width .. "x" .. probe.height, name .. " size")
+        T.eq(corners(image), "red green blue white", name .. " corners")
+    end
+end)
+
+T.case("poster frame written as PNG reads back the same", function()
+    local image, details = natives.getPosterFrame(media.corpus("sar_8_9.mp4"))
+    T.eq(details.displayWidth .. "x" .. details.displayHeight .. " " .. details.videoRotation, "720x540 1")
+    local out = os.tmpname() .. ".png"
+    assert(image:writePNG(out))
+    local width, height = media.pngInfo(out)
+    T.eq(width .. "x" .. height, "720x540")
+    T.eq(table.concat({ media.corners(out) }, " "), "red green blue white")
+    os.remove(out)
+end)
+
+T.case("XMP packet read back by exiftool", function()
+    local ok, packet = VideoSupport.getMetadata(media.corpus("phone.mov"))
+    T.eq(ok, true)
+    local out = os.tmpname() .. ".xmp"
+    local file = assert(io.open(out, "wb"))
+    file:write(packet)
+    file:close()
+    local fields = media.exiftool(out)
+    os.remove(out)
+    T.eq(fields.CameraModel, "TestCam X1")
+    T.eq(fields.Orientation, 8)
+    T.eq(fields.DurationValue, 600)
+    T.eq(fields.GPSAltitude, "35200 / 1000")
+    assert(math.abs(fields.GPSLatitude - 48.8577) < 1e-4, "latitude " .. tostring(fields.GPSLatitude))
+    assert(math.abs(fields.GPSLongitude - 2.295) < 1e-4, "longitude " .. tostring(fields.GPSLongitude))
+    assert(string.find(tostring(fields.CreateDate), "^2021:06:15"), "date " .. tostring(fields.CreateDate))
+end)
+
+-- Each bad input: the natives' three shapes, the module's raise, in bounded time. A reader
+-- that cannot be opened reports MF_E_NOT_INITIALIZED whatever the cause; one that opens without
+-- a video stream reports the stream selection's code.
+local NOT_OPENED = "This object needs to be initialized before the requested operation can be carried out."
+local NO_VIDEO = "The stream number provided was invalid."
+local badInputs = {
+    { "missing folder", "/nonexistent/clip.mp4", NOT_OPENED }, { "missing file", "missing.mp4", NOT_OPENED },
+    { "zero bytes", "zero.mp4", NOT_OPENED }, { "truncated", "truncated.mp4", NOT_OPENED },
+    { "random bytes", "random.mp4", NOT_OPENED }, { "text", "text.mp4", NOT_OPENED },
+    { "directory", "folder.mp4", NOT_OPENED }, { "opens as subtitles", "random_opens.mp4", NO_VIDEO },
+    { "audio only", "audio_only.m4a", NO_VIDEO },
+}
+
+T.case("bad inputs get the contract's shapes", function()
+    for _, row in ipairs(badInputs) do
+        local path = string.sub(row[2], 1, 1) == "/" and row[2] or media.corpus(row[2])
+        local started = os.time()
+        local info = natives.getVideoFileInfo(path)
+        T.eq(info.error_message, row[3], row[1])
+        local image, details = natives.getPosterFrame(path)
+        T.eq(image, nil, row[1] .. " poster")
+        T.eq(details.error_message ~= nil, true, row[1] .. " poster message")
+        local raised, e = pcall(VideoSupport.getVideoFileInfo, path)
+        T.eq(raised, false, row[1])
+        T.eq(KyErrors.identifier(e), "video_error", row[1])
+        T.eq(VideoSupport.getPosterFrame(path), nil, row[1])
+        assert(os.time() - started < 6, row[1] .. " took too long")
+    end
+    local message, flag = VideoSupport.getMetadata(media.corpus("random.mp4"))
+    T.eq(message, "video asset not found")
+    T.eq(flag, false)
+    message, flag = VideoSupport.getMetadata("")
+    T.eq(message, "null path")
+    T.eq(flag, false)
+    T.eq(natives.getVideoFileInfo("").error_message, "The parameter is incorrect.")
+end)
+
+local function processCounts()
+    local stat = assert(io.open("/proc/self/stat")):read("*l")
+    local pid = string.match(stat, "^(%d+)")
+    local fds = 0
+    for _ in io.popen("ls /proc/" .. pid .. "/fd"):lines() do
+        fds = fds + 1
+    end
+    local status = assert(io.open("/proc/self/status")):read("*a")
+    return fds, tonumber(string.match(status, "Threads:%s*(%d+)"))
+end
+
+T.case("failed opens leave open files and threads where they were", function()
+    natives.getVideoFileInfo(media.corpus("random.mp4"))
+    collectgarbage()
+    local fdsBefore, threadsBefore = processCounts()
+    for i = 1, 200 do
+        local bad = badInputs[math.mod(i, #badInputs) + 1]
+        natives.getVideoFileInfo(string.sub(bad[2], 1, 1) == "/" and bad[2] or media.corpus(bad[2]))
+    end
+    collectgarbage()
+    local fdsAfter, threadsAfter = processCounts()
+    T.eq(fdsAfter, fdsBefore, "open files")
+    T.eq(threadsAfter, threadsBefore, "threads")
+end)
+
+T.case("codec test", function()
+    T.eq(VideoSupport.isSupportedVideoCodec("APCH"), true, "Windows flavour supports every codec")
+    T.eq(VideoSupport.isSupportedVideoCodec(nil), true)
+    T.eq(select("#", VideoSupport.isSupportedVideoCodec("H264")), 1)
+end)
+
+T.finish()

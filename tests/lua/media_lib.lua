@@ -1,0 +1,372 @@
+-- Media checks for tests run by `vtk run`: what the peer tools (ffprobe, ffmpeg, exiftool) say about
+-- a file, and what a picture shows. Pictures are the corpus's quadrant picture (see
+-- tests/media/make_corpus.sh): red, green, blue, white corners and a frame-number band.
+--   local media = dofile(dir .. "/media_lib.lua")
+--   media.setCorpus(arg[1])
+local M = {}
+
+local corpusDir
+
+function M.setCorpus(dir)
+    corpusDir = dir
+end
+
+function M.corpus(name)
+    assert(corpusDir, "media_lib: setCorpus(dir) has not been called")
+    return corpusDir .. "/" .. name
+end
+
+-- Quotes a string for sh, so paths with spaces, quotes or any UTF-8 pass through unchanged.
+function M.shellQuote(text)
+    return "'" .. (string.gsub(text, "'", "'\\''")) .. "'"
+end
+local quote = M.shellQuote
+
+-- Runs a shell command; returns its standard output (bytes, unchanged), its exit status and its
+-- standard error. Lua 5.1's popen cannot report the status, so the shell appends it after a newline.
+function M.run(command)
+    local errFile = os.tmpname()
+    local pipe = assert(io.popen("(" .. command .. ") 2>" .. quote(errFile) .. "; printf '\\n%s' $?"))
+    local output = pipe:read("*a")
+    pipe:close()
+    local errors = ""
+    local file = io.open(errFile, "rb")
+    if file then
+        errors = file:read("*a")
+        file:close()
+    end
+    os.remove(errFile)
+    local status = string.match(string.sub(output, -4), "\n(%d+)$")
+    assert(status, "media_lib: no exit status from: " .. command)
+    return string.sub(output, 1, #output - #status - 1), tonumber(status), errors
+end
+
+-- A fresh path ending in suffix (e.g. ".png"); the caller removes the file it makes there.
+function M.tempPath(suffix)
+    local base = os.tmpname()
+    os.remove(base)
+    return base .. (suffix or "")
+end
+
+-- Writes frame `index` (from 0) of a video to a PNG, shown the way ffmpeg shows it: rotation
+-- applied, sample aspect ratio not (the PNG keeps the stored pixel columns).
+function M.extractFrame(video, index, png)
+    local _, status, errors = M.run("ffmpeg -v error -nostdin -y -i " .. quote(video)
+        .. " -vf 'select=eq(n\\," .. index .. ")' -frames:v 1 " .. quote(png))
+    if status ~= 0 then
+        error("ffmpeg could not extract frame " .. index .. " of " .. video .. ": " .. errors, 2)
+    end
+    return png
+end
+
+-- "25/1" or "8:9" -> 25, 1; nil for "N/A" and for a zero denominator ("0/0").
+local function ratio(text)
+    local numerator, denominator = string.match(text or "", "^(%d+)[/:](%d+)$")
+    if not numerator or tonumber(denominator) == 0 then
+        return nil
+    end
+    return tonumber(numerator), tonumber(denominator)
+end
+
+local function round(x)
+    return math.floor(x + 0.5)
+end
+
+-- What ffprobe says about the first video stream, or nil and ffprobe's message when it cannot open
+-- the file. Sizes of a file without video are nil. width x height is the display size: the sample
+-- aspect ratio only ever enlarges (the width when SAR > 1, the height when SAR < 1, as mpv does),
+-- then a quarter turn swaps the sides. rotation is the counterclockwise turn that shows the
+-- picture, 0/90/180/270 (ffprobe's -90 is 270), nil when the file has no display matrix.
+function M.ffprobe(path)
+    local output, status, errors = M.run("ffprobe -v error -select_streams v:0 -show_entries "
+        .. "stream=width,height,avg_frame_rate,r_frame_rate,sample_aspect_ratio"
+        .. ":stream_side_data=rotation:format=duration -of default=nw=1 " .. quote(path))
+    if status ~= 0 then
+        return nil, errors
+    end
+    local fields = {}
+    for line in string.gmatch(output, "[^\n]+") do
+        local key, value = string.match(line, "^([%w_]+)=(.*)$")
+        if key then
+            fields[key] = value
+        end
+    end
+    local info = {
+        storedWidth = tonumber(fields.width),
+        storedHeight = tonumber(fields.height),
+        duration = tonumber(fields.duration),
+    }
+    info.frameRateNumerator, info.frameRateDenominator = ratio(fields.avg_frame_rate)
+    info.realFrameRateNumerator, info.realFrameRateDenominator = ratio(fields.r_frame_rate)
+    if info.frameRateNumerator and info.frameRateNumerator > 0 then
+        info.frameDuration = info.frameRateDenominator / info.frameRateNumerator
+    end
+    local sarNumerator, sarDenominator = ratio(fields.sample_aspect_ratio)
+    if not sarNumerator or sarNumerator == 0 then
+        sarNumerator, sarDenominator = 1, 1
+    end
+    info.sampleAspectNumerator, info.sampleAspectDenominator = sarNumerator, sarDenominator
+    if fields.rotation then
+        info.rotation = round(tonumber(fields.rotation)) % 360
+    end
+    if info.storedWidth and info.storedHeight then
+        local width, height = info.storedWidth, info.storedHeight
+        if sarNumerator > sarDenominator then
+            width = round(width * sarNumerator / sarDenominator)
+        elseif sarNumerator < sarDenominator then
+            height = round(height * sarDenominator / sarNumerator)
+        end
+        if info.rotation == 90 or info.rotation == 270 then
+            width, height = height, width
+        end
+        info.width, info.height = width, height
+    end
+    return info
+end
+
+-- The size in a PNG's header, or nil for anything else; saves starting ffprobe for each picture.
+local function pngHeaderSize(path)
+    local file = io.open(path, "rb")
+    local header = file and file:read(24)
+    if file then
+        file:close()
+    end
+    if not header or #header < 24 or string.sub(header, 1, 8) ~= "\137PNG\r\n\26\n"
+        or string.sub(header, 13, 16) ~= "IHDR" then
+        return nil
+    end
+    local function u32(at)
+        local a, b, c, d = string.byte(header, at, at + 3)
+        return ((a * 256 + b) * 256 + c) * 256 + d
+    end
+    return u32(17), u32(21)
+end
+
+-- The pixels of a picture (a PNG, or the first frame of a video as ffmpeg shows it): width, height
+-- and pixel(x, y) -> r, g, b with x, y counted from 0 at the top left. The picture is decoded once.
+function M.pngInfo(path)
+    local width, height = pngHeaderSize(path)
+    if not width then
+        -- ffmpeg turns a rotated video upright but leaves its pixel columns unscaled.
+        local info, errors = M.ffprobe(path)
+        if not info or not info.storedWidth then
+            error("ffprobe cannot read the picture " .. path .. ": " .. (errors or "no video"), 2)
+        end
+        width, height = info.storedWidth, info.storedHeight
+        if info.rotation == 90 or info.rotation == 270 then
+            width, height = height, width
+        end
+    end
+    local raw, decodeStatus, decodeErrors = M.run("ffmpeg -v error -nostdin -i " .. quote(path)
+        .. " -frames:v 1 -f rawvideo -pix_fmt rgb24 -")
+    if decodeStatus ~= 0 or #raw ~= width * height * 3 then
+        error("ffmpeg cannot decode the picture " .. path .. ": " .. decodeErrors, 2)
+    end
+    local function pixel(x, y)
+        if x < 0 or y < 0 or x >= width or y >= height or x % 1 ~= 0 or y % 1 ~= 0 then
+            error(string.format("pixel (%s, %s) outside %dx%d", tostring(x), tostring(y), width, height), 2)
+        end
+        local at = (y * width + x) * 3 + 1
+        return string.byte(raw, at, at + 2)
+    end
+    return width, height, pixel
+end
+
+local PALETTE = {
+    { "red", 255, 0, 0 },
+    { "green", 0, 255, 0 },
+    { "blue", 0, 0, 255 },
+    { "white", 255, 255, 255 },
+    { "black", 0, 0, 0 },
+}
+
+-- The palette colour nearest to r, g, b.
+function M.colourName(r, g, b)
+    local best, bestDistance
+    for _, colour in ipairs(PALETTE) do
+        local distance = (r - colour[2]) ^ 2 + (g - colour[3]) ^ 2 + (b - colour[4]) ^ 2
+        if not bestDistance or distance < bestDistance then
+            best, bestDistance = colour[1], distance
+        end
+    end
+    return best
+end
+
+-- The colour names at top-left, top-right, bottom-left and bottom-right, sampled 10 % in from each
+-- corner: "red", "green", "blue", "white" for an upright quadrant picture.
+function M.corners(path)
+    local width, height, pixel = M.pngInfo(path)
+    local left, right = math.floor(width * 0.1), math.floor(width * 0.9)
+    local top, bottom = math.floor(height * 0.1), math.floor(height * 0.9)
+    return M.colourName(pixel(left, top)), M.colourName(pixel(right, top)),
+        M.colourName(pixel(left, bottom)), M.colourName(pixel(right, bottom))
+end
+
+-- The frame number shown in the band across the middle: ten blocks, most significant on the left,
+-- white is 1.
+function M.frameNumber(path)
+    local width, height, pixel = M.pngInfo(path)
+    local y = math.floor(height / 2)
+    local number = 0
+    for k = 0, 9 do
+        local r, g, b = pixel(math.floor((k + 0.5) * width / 10), y)
+        number = number * 2 + ((r + g + b) / 3 > 128 and 1 or 0)
+    end
+    return number
+end
+
+-- A reader for the JSON exiftool prints: objects, arrays, strings, numbers, true/false/null.
+local function parseJson(text)
+    local pos = 1
+    local escapes = { b = "\b", f = "\f", n = "\n", r = "\r", t = "\t", ["/"] = "/", ["\\"] = "\\", ['"'] = '"' }
+
+    local function fail(what)
+        error("exiftool JSON: " .. what .. " at byte " .. pos, 0)
+    end
+
+    local function skipSpace()
+        pos = string.find(text, "[^ \t\r\n]", pos) or #text + 1
+    end
+
+    local function utf8(code)
+        if code < 0x80 then
+            return string.char(code)
+        elseif code < 0x800 then
+            return string.char(0xC0 + math.floor(code / 0x40), 0x80 + code % 0x40)
+        elseif code < 0x10000 then
+            return string.char(0xE0 + math.floor(code / 0x1000), 0x80 + math.floor(code / 0x40) % 0x40,
+                0x80 + code % 0x40)
+        end
+        return string.char(0xF0 + math.floor(code / 0x40000), 0x80 + math.floor(code / 0x1000) % 0x40,
+            0x80 + math.floor(code / 0x40) % 0x40, 0x80 + code % 0x40)
+    end
+
+    local function hex4()
+        local digits = string.match(text, "^%x%x%x%x", pos)
+        if not digits then
+            fail("bad \\u escape")
+        end
+        pos = pos + 4
+        return tonumber(digits, 16)
+    end
+
+    local function readString()
+        local parts = {}
+        pos = pos + 1
+        while true do
+            local _, last, chunk, stop = string.find(text, '^([^"\\]*)(["\\])', pos)
+            if not last then
+                fail("unterminated string")
+            end
+            parts[#parts + 1] = chunk
+            pos = last + 1
+            if stop == '"' then
+                return table.concat(parts)
+            end
+            local letter = string.sub(text, pos, pos)
+            pos = pos + 1
+            if letter == "u" then
+                local code = hex4()
+                if code >= 0xD800 and code < 0xDC00 and string.sub(text, pos, pos + 1) == "\\u" then
+                    pos = pos + 2
+                    code = 0x10000 + (code - 0xD800) * 0x400 + (hex4() - 0xDC00)
+                end
+                parts[#parts + 1] = utf8(code)
+            elseif escapes[letter] then
+                parts[#parts + 1] = escapes[letter]
+            else
+                fail("bad escape")
+            end
+        end
+    end
+
+    local readValue
+
+    local function readList(close, readItem)
+        pos = pos + 1
+        skipSpace()
+        if string.sub(text, pos, pos) == close then
+            pos = pos + 1
+            return
+        end
+        while true do
+            readItem()
+            skipSpace()
+            local separator = string.sub(text, pos, pos)
+            pos = pos + 1
+            if separator == close then
+                return
+            elseif separator ~= "," then
+                fail("expected , or " .. close)
+            end
+            skipSpace()
+        end
+    end
+
+    function readValue()
+        skipSpace()
+        local first = string.sub(text, pos, pos)
+        if first == "{" then
+            local object = {}
+            readList("}", function()
+                if string.sub(text, pos, pos) ~= '"' then
+                    fail("expected a key")
+                end
+                local key = readString()
+                skipSpace()
+                if string.sub(text, pos, pos) ~= ":" then
+                    fail("expected :")
+                end
+                pos = pos + 1
+                object[key] = readValue()
+            end)
+            return object
+        elseif first == "[" then
+            local array = {}
+            readList("]", function()
+                array[#array + 1] = readValue()
+            end)
+            return array
+        elseif first == '"' then
+            return readString()
+        end
+        local number = string.match(text, "^-?%d+%.?%d*[eE]?[-+]?%d*", pos)
+        if number then
+            pos = pos + #number
+            return tonumber(number) or fail("bad number")
+        end
+        local word = string.match(text, "^%a+", pos)
+        if word == "true" or word == "false" or word == "null" then
+            pos = pos + #word
+            if word == "null" then
+                return nil
+            end
+            return word == "true"
+        end
+        fail("unexpected character")
+    end
+
+    local value = readValue()
+    skipSpace()
+    if pos <= #text then
+        fail("trailing text")
+    end
+    return value
+end
+
+-- The fields `exiftool -json -n` gives for one file (numbers as numbers, e.g. GPSLatitude 48.8577),
+-- or nil and exiftool's message when it prints nothing for it. A file exiftool cannot read still
+-- gives a table, with an Error field.
+function M.exiftool(path)
+    local output, _, errors = M.run("exiftool -json -n " .. quote(path))
+    if not string.find(output, "%S") then
+        return nil, errors
+    end
+    local files = parseJson(output)
+    if type(files) ~= "table" or type(files[1]) ~= "table" then
+        return nil, "exiftool printed no object for " .. path
+    end
+    return files[1]
+end
+
+return M

@@ -1,0 +1,220 @@
+#!/bin/sh
+# make_corpus.sh OUTDIR: makes the test media corpus in OUTDIR with the ffmpeg command-line tool.
+# Files that already exist are kept, so the corpus is made once per build tree. Each file is written
+# in a private work folder and renamed into place, so an interrupted or concurrent run never leaves
+# a half-written file under its final name. Prints nothing unless something fails.
+set -eu
+
+if [ $# -ne 1 ]; then
+    echo "usage: $0 OUTDIR" >&2
+    exit 2
+fi
+out=$1
+mkdir -p "$out"
+work=$(mktemp -d "$out/.work.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+trap 'exit 1' INT TERM
+
+ff() {
+    ffmpeg -v error -nostdin -y "$@"
+}
+
+# The quadrant picture: red top-left, green top-right, blue bottom-left, white bottom-right, and a
+# black band over the middle fifth showing the frame number as ten white(1)/black(0) blocks, most
+# significant on the left. Tests read which way up a picture is and which frame it is from it.
+# quad WIDTHxHEIGHT RATE SECONDS
+quad() {
+    g="color=c=red:s=$1:r=$2:d=$3"
+    g="$g,drawbox=x=iw/2:y=0:w=iw/2:h=ih/2:c=lime:t=fill"
+    g="$g,drawbox=x=0:y=ih/2:w=iw/2:h=ih/2:c=blue:t=fill"
+    g="$g,drawbox=x=iw/2:y=ih/2:w=iw/2:h=ih/2:c=white:t=fill"
+    g="$g,drawbox=x=0:y=ih*2/5:w=iw:h=ih/5:c=black:t=fill"
+    for k in 0 1 2 3 4 5 6 7 8 9; do
+        g="$g,drawbox=x=iw*$k/10:y=ih*2/5:w=iw/10:h=ih/5:c=white:t=fill:enable='mod(floor(n/$((1 << (9 - k)))),2)'"
+    done
+    printf '%s' "$g"
+}
+
+# need NAME: true when OUTDIR/NAME still has to be made.
+need() {
+    [ ! -e "$out/$1" ]
+}
+
+# place NAME: moves the finished work/NAME into place.
+place() {
+    mv -f "$work/$1" "$out/$1"
+}
+
+H264="-c:v libx264 -pix_fmt yuv420p"
+
+# Codecs and containers. The 1080p clip is the one whose coded height (1088) differs from its
+# picture height (1080).
+if need h264_1080p.mp4; then
+    ff -f lavfi -i "$(quad 1920x1080 25 1)" $H264 "$work/h264_1080p.mp4"
+    place h264_1080p.mp4
+fi
+if need h264.mp4; then
+    ff -f lavfi -i "$(quad 320x240 25 2)" $H264 "$work/h264.mp4"
+    place h264.mp4
+fi
+if need hevc.mp4; then
+    ff -f lavfi -i "$(quad 320x240 25 1)" -c:v libx265 -pix_fmt yuv420p -tag:v hvc1 \
+        -x265-params log-level=error "$work/hevc.mp4"
+    place hevc.mp4
+fi
+if need vp9.webm; then
+    ff -f lavfi -i "$(quad 320x240 25 1)" -c:v libvpx-vp9 -b:v 1M -deadline realtime -cpu-used 8 \
+        "$work/vp9.webm"
+    place vp9.webm
+fi
+if need mpeg4.avi; then
+    ff -f lavfi -i "$(quad 320x240 25 1)" -c:v mpeg4 -q:v 3 "$work/mpeg4.avi"
+    place mpeg4.avi
+fi
+if need prores.mov; then
+    ff -f lavfi -i "$(quad 320x240 25 1)" -c:v prores_ks -profile:v 2 "$work/prores.mov"
+    place prores.mov
+fi
+if need mjpeg.avi; then
+    ff -f lavfi -i "$(quad 320x240 25 1)" -c:v mjpeg -q:v 3 "$work/mjpeg.avi"
+    place mjpeg.avi
+fi
+
+# Display-matrix rotation. rotN.mp4 is shown 320x240 and upright (red top-left) by ffmpeg's
+# autorotate; its stored picture is turned the other way, and the matrix is added by a stream-copy
+# remux because an encode ignores the rotate tag. N is the counterclockwise turn that shows it:
+#   file        rotate=  ffprobe side_data rotation  exiftool Rotation  stored   pre-turn
+#   rot0.mp4    0        (none: no matrix)           0                  320x240  -
+#   rot90.mp4   90       90                          270                240x320  transpose=clock
+#   rot180.mp4  180      -180                        180                320x240  hflip,vflip
+#   rot270.mp4  -90      -90                         90                 240x320  transpose=cclock
+# rot270 is the usual portrait phone clip: turn it 90 degrees clockwise to show it.
+# rotated NAME ROTATE PRETURN-FILTER
+rotated() {
+    if need "$1"; then
+        ff -f lavfi -i "$(quad 320x240 25 1)$3" $H264 "$work/stored-$1"
+        ff -i "$work/stored-$1" -map_metadata -1 -c copy -metadata:s:v:0 rotate="$2" "$work/$1"
+        rm -f "$work/stored-$1"
+        place "$1"
+    fi
+}
+rotated rot0.mp4 0 ""
+rotated rot90.mp4 90 ",transpose=clock"
+rotated rot180.mp4 180 ",hflip,vflip"
+rotated rot270.mp4 -90 ",transpose=cclock"
+
+# Sample aspect ratio: display 720x540, 853x480 and 960x576 (enlarging one side).
+# sar NAME SIZE SAR
+sar() {
+    if need "$1"; then
+        ff -f lavfi -i "$(quad "$2" 25 1)" -vf "setsar=$3" $H264 "$work/$1"
+        place "$1"
+    fi
+}
+sar sar_8_9.mp4 720x480 8/9
+sar sar_32_27.mp4 720x480 32/27
+sar sar_4_3.mp4 720x576 4/3
+
+# Frame rates: NTSC rates, and a variable-rate clip (30 frames at 30 fps, then 30 at 10 fps;
+# avg_frame_rate 900/59). B-frames would blur the packet durations, hence -bf 0.
+if need rate_23976.mp4; then
+    ff -f lavfi -i "$(quad 320x240 24000/1001 2)" $H264 "$work/rate_23976.mp4"
+    place rate_23976.mp4
+fi
+if need rate_2997.mp4; then
+    ff -f lavfi -i "$(quad 320x240 30000/1001 2)" $H264 "$work/rate_2997.mp4"
+    place rate_2997.mp4
+fi
+if need vfr.mp4; then
+    ff -f lavfi -i "$(quad 320x240 30 2)" -vf "setpts='if(lt(N,30),N/30,1+(N-30)/10)/TB'" \
+        -fps_mode vfr $H264 -bf 0 -video_track_timescale 90000 "$work/vfr.mp4"
+    place vfr.mp4
+fi
+
+# Tags. The MP4 and MOV muxer modes write different atoms for the same keys: location becomes a
+# 3GPP loci box in MP4 and a (c)xyz atom in MOV; make/model survive only in MOV mode.
+LOCATION=+48.8577+002.2950+035.200/
+if need tags_mp4.mp4; then
+    ff -f lavfi -i "$(quad 320x240 25 1)" $H264 -metadata creation_time=2021-06-15T14:30:00Z \
+        -metadata location=$LOCATION "$work/tags_mp4.mp4"
+    place tags_mp4.mp4
+fi
+if need tags_mov.mov; then
+    ff -f lavfi -i "$(quad 320x240 25 1)" $H264 -metadata make=TestMake -metadata model=TestModel \
+        -metadata location=$LOCATION "$work/tags_mov.mov"
+    place tags_mov.mov
+fi
+if need tags_webm.webm; then
+    ff -f lavfi -i "$(quad 320x240 25 1)" -c:v libvpx-vp9 -b:v 1M -deadline realtime -cpu-used 8 \
+        -metadata creation_time=2021-06-15T14:30:00Z "$work/tags_webm.webm"
+    place tags_webm.webm
+fi
+# A phone-style clip: stored 1920x1080 and shown 1080x1920 upright (rotate=-90, ffprobe -90), with
+# AAC sound and the com.apple.quicktime keys a phone writes. -map_metadata -1 keeps the encode's
+# own tags from turning into keys.
+if need phone.mov; then
+    ff -f lavfi -i "$(quad 1080x1920 30 1),transpose=cclock" \
+        -f lavfi -i sine=f=800:d=1:sample_rate=48000 $H264 -c:a aac -shortest "$work/stored-phone.mp4"
+    ff -i "$work/stored-phone.mp4" -map_metadata -1 -c copy -metadata:s:v:0 rotate=-90 \
+        -movflags use_metadata_tags -metadata creation_time=2021-06-15T14:30:00Z \
+        -metadata com.apple.quicktime.creationdate=2021-06-15T16:30:00+0200 \
+        -metadata com.apple.quicktime.location.ISO6709=$LOCATION \
+        -metadata com.apple.quicktime.make=TestMake -metadata "com.apple.quicktime.model=TestCam X1" \
+        "$work/phone.mov"
+    rm -f "$work/stored-phone.mp4"
+    place phone.mov
+fi
+
+# Odd and broken inputs.
+if need audio_only.m4a; then
+    ff -f lavfi -i sine=f=440:d=2:sample_rate=44100 -c:a aac -b:a 96k "$work/audio_only.m4a"
+    place audio_only.m4a
+fi
+if need zero.mp4; then
+    : > "$work/zero.mp4"
+    place zero.mp4
+fi
+# Cut in half, a default MP4 (index at the end) loses its index and does not open; one with the
+# index first still opens and reports the full duration, but decoding stops early. A keyframe every
+# 5 frames keeps whole pictures in the first half, so the first frames still decode.
+# half NAME [EXTRA-OPTIONS...]
+half() {
+    name=$1
+    shift
+    if need "$name"; then
+        ff -f lavfi -i "$(quad 320x240 25 2)" $H264 -g 5 "$@" "$work/whole-$name"
+        head -c $(($(wc -c < "$work/whole-$name") / 2)) "$work/whole-$name" > "$work/$name"
+        rm -f "$work/whole-$name"
+        place "$name"
+    fi
+}
+half truncated.mp4
+half truncated_faststart.mp4 -movflags +faststart
+# Random bytes: seed 1 is rejected by probing; seed 20240603 opens as an lrc subtitle file.
+# random_bytes NAME SEED
+random_bytes() {
+    if need "$1"; then
+        python3 -c 'import random, sys; sys.stdout.buffer.write(random.Random(int(sys.argv[1])).randbytes(262144))' \
+            "$2" > "$work/$1"
+        place "$1"
+    fi
+}
+random_bytes random.mp4 1
+random_bytes random_opens.mp4 20240603
+if need text.mp4; then
+    printf 'This is a text file, not a movie.\n' > "$work/text.mp4"
+    place text.mp4
+fi
+mkdir -p "$out/folder.mp4"
+if need "clip 日本 🎬.mp4"; then
+    cp "$out/h264.mp4" "$work/clip 日本 🎬.mp4"
+    place "clip 日本 🎬.mp4"
+fi
+
+# A white frame and a 40 ms 1 kHz beep at every whole second, for audio/video sync checks.
+if need flashbeep.mp4; then
+    ff -f lavfi -i "color=c=black:s=640x360:r=25:d=4,drawbox=x=0:y=0:w=iw:h=ih:c=white:t=fill:enable='lt(mod(n,25),1)'" \
+        -f lavfi -i "aevalsrc='if(lt(mod(t,1),0.04),0.8*sin(2*PI*1000*t),0)':s=48000:d=4" \
+        $H264 -c:a aac -b:a 128k -shortest "$work/flashbeep.mp4"
+    place flashbeep.mp4
+fi
