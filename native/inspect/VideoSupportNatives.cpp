@@ -12,16 +12,26 @@ namespace {
 constexpr int64_t kUnitsPerSecond = 10000000;
 constexpr lua_Number kAudioSampleRate = 44100;
 
-void pushRatioTime(lua_State* L, int64_t numerator, int64_t denominator) {
-    auto* result = static_cast<RatioTime*>(KyDirectObject_checkPushAllocToLua(L, &RatioTime_class));
-    if (result == nullptr) KyThrowProgramError("Pointer was null: result");
-    *result = RatioTime{numerator, denominator};
-}
-
 void pushErrorTable(lua_State* L, HRESULT code) {
     lua_createtable(L, 0, 1);
     KyLua_pushNativeString(L, errorText(code));
     lua_setfield(L, -2, "error_message");
+}
+
+// The reader's life in a native: made, opened, given to work, closed and released. An empty path
+// is E_INVALIDARG; a failed open skips work.
+template <class Work>
+HRESULT withOpenReader(const KyNativeString& path, Work work) {
+    if (path.empty()) return E_INVALIDARG;
+    auto* reader = new (std::nothrow) VideoSourceReader();
+    if (reader == nullptr) return E_OUTOFMEMORY;
+    HRESULT hr = reader->open(path.c_str());
+    if (SUCCEEDED(hr)) {
+        hr = work(*reader);
+        reader->closeReader();
+    }
+    reader->Release();
+    return hr;
 }
 
 }  // namespace
@@ -29,25 +39,18 @@ void pushErrorTable(lua_State* L, HRESULT code) {
 int VideoSupport_getVideoFileInfo_L(lua_State* L) {
     const KyNativeString path = KyLua_checkNativeString(L, 1);
     VideoStreamInfo info;
-    HRESULT hr = E_INVALIDARG;
-    if (!path.empty()) {
-        auto* reader = new (std::nothrow) VideoSourceReader();
-        hr = reader ? reader->open(path.c_str()) : E_OUTOFMEMORY;
-        if (SUCCEEDED(hr)) {
-            hr = reader->selectVideoOutput();
-            if (SUCCEEDED(hr)) hr = reader->readStreamInfo(info);
-            reader->closeReader();
-        }
-        if (reader) reader->Release();
-    }
+    const HRESULT hr = withOpenReader(path, [&info](VideoSourceReader& reader) {
+        HRESULT result = reader.selectVideoOutput();
+        return SUCCEEDED(result) ? reader.readStreamInfo(info) : result;
+    });
     if (FAILED(hr)) {
         pushErrorTable(L, hr);
         return 1;
     }
     lua_createtable(L, 0, 7);
-    pushRatioTime(L, info.duration, kUnitsPerSecond);
+    RatioTime_pushToLua(L, RatioTime{info.duration, kUnitsPerSecond});
     lua_setfield(L, -2, "duration");
-    pushRatioTime(L, info.frameRateNumerator, info.frameRateDenominator);
+    RatioTime_pushToLua(L, RatioTime{info.frameRateNumerator, info.frameRateDenominator});
     lua_setfield(L, -2, "frame_rate");
     lua_pushnumber(L, info.displayWidth);
     lua_setfield(L, -2, "width");
@@ -66,16 +69,8 @@ int VideoSupport_getPosterFrame_L(lua_State* L) {
     RCPtr<KyImage> image;
     VideoStreamInfo info;
     const KyNativeString path = KyLua_checkNativeString(L, 1);
-    HRESULT hr = E_INVALIDARG;
-    if (!path.empty()) {
-        auto* reader = new (std::nothrow) VideoSourceReader();
-        hr = reader ? reader->open(path.c_str()) : E_OUTOFMEMORY;
-        if (SUCCEEDED(hr)) {
-            hr = reader->readPosterImage(image, info);
-            reader->closeReader();
-        }
-        if (reader) reader->Release();
-    }
+    const HRESULT hr =
+        withOpenReader(path, [&](VideoSourceReader& reader) { return reader.readPosterImage(image, info); });
     if (FAILED(hr)) {
         lua_pushnil(L);
         pushErrorTable(L, hr);

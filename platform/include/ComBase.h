@@ -52,6 +52,13 @@ class ComRefCount {
 public:
     ULONG addRef() { return ++count_; }
     ULONG release() { return --count_; }
+    /* Release for an owner that lives on the heap: the last one deletes it. */
+    template <class Owner>
+    ULONG releaseOwner(Owner* owner) {
+        const ULONG count = release();
+        if (count == 0) delete owner;
+        return count;
+    }
 
 private:
     std::atomic<ULONG> count_{1};

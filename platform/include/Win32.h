@@ -1,7 +1,8 @@
-/* The Win32 functions the toolkit calls, on Linux: message texts for HRESULTs, MulDiv, time zone
- * conversion of a SYSTEMTIME (honouring the machine's zone and its daylight rule), and text
- * conversion between wide strings, UTF-8 and the ANSI code page (Windows-1252 here). Plain
- * functions; any thread. */
+/* The Win32 functions the toolkit calls, on Linux: the thread's last error, message texts for
+ * HRESULTs, MulDiv, time zone conversion of a SYSTEMTIME (honouring the machine's zone and its
+ * daylight rule), and text conversion between wide strings, UTF-8 and the ANSI code page
+ * (Windows-1252 here). Plain functions; any thread. Windows and messages: Win32Window.h; event
+ * handles: Win32Event.h. */
 #ifndef KY_WIN32_H
 #define KY_WIN32_H
 
@@ -9,6 +10,29 @@
 #include <string>
 
 #include "PlatformTypes.h"
+
+/* Handles of kernel objects (events, Win32Event.h); null is never a valid one. */
+typedef void* HANDLE;
+
+/* The calling thread's last error: the functions of this layer that fail with FALSE, null or
+ * WAIT_FAILED set it; successful calls leave it alone. */
+DWORD GetLastError();
+void SetLastError(DWORD error);
+
+constexpr DWORD ERROR_SUCCESS = 0;
+constexpr DWORD ERROR_ACCESS_DENIED = 5;
+constexpr DWORD ERROR_INVALID_HANDLE = 6;
+constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
+constexpr DWORD ERROR_GEN_FAILURE = 31;
+constexpr DWORD ERROR_NOT_SUPPORTED = 50;
+constexpr DWORD ERROR_INVALID_PARAMETER = 87;
+constexpr DWORD ERROR_INVALID_WINDOW_HANDLE = 1400;
+constexpr DWORD ERROR_CANNOT_FIND_WND_CLASS = 1407;
+constexpr DWORD ERROR_CLASS_ALREADY_EXISTS = 1410;
+constexpr DWORD ERROR_CLASS_HAS_WINDOWS = 1412;
+constexpr DWORD ERROR_INVALID_INDEX = 1413;
+constexpr DWORD ERROR_INVALID_THREAD_ID = 1444;
+constexpr DWORD ERROR_NOT_ENOUGH_QUOTA = 1816;
 
 constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x100;
 constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x200;

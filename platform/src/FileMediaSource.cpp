@@ -55,11 +55,7 @@ public:
         return S_OK;
     }
     ULONG AddRef() override { return count_.addRef(); }
-    ULONG Release() override {
-        const ULONG count = count_.release();
-        if (count == 0) delete this;
-        return count;
-    }
+    ULONG Release() override { return count_.releaseOwner(this); }
 
     HRESULT Shutdown() override {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -86,6 +82,7 @@ public:
     }
 
 private:
+    friend class ::ComRefCount;  // deletes the object at its last Release
     ~FileMediaSource() override {
         if (store_ != nullptr) store_->Release();
         avformat_close_input(&context_);

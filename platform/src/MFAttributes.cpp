@@ -19,11 +19,7 @@ HRESULT MFAttributes::QueryInterface(REFIID riid, void** ppv) {
 
 ULONG MFAttributes::AddRef() { return refs_.addRef(); }
 
-ULONG MFAttributes::Release() {
-    const ULONG count = refs_.release();
-    if (count == 0) delete this;
-    return count;
-}
+ULONG MFAttributes::Release() { return refs_.releaseOwner(this); }
 
 MFAttributes::Item* MFAttributes::find(REFGUID key) {
     const auto item = std::find_if(items_.begin(), items_.end(), [&key](const Item& i) { return i.key == key; });

@@ -45,6 +45,7 @@ private:
     };
 
     MFAttributes() = default;
+    friend class ::ComRefCount;  // deletes the object at its last Release
     ~MFAttributes() override = default;
 
     /* Copies the value of key when it holds a T. */

@@ -29,11 +29,7 @@ HRESULT MediaBuffer::QueryInterface(REFIID riid, void** ppv) { return queryUnkno
 
 ULONG MediaBuffer::AddRef() { return refs_.addRef(); }
 
-ULONG MediaBuffer::Release() {
-    const ULONG count = refs_.release();
-    if (count == 0) delete this;
-    return count;
-}
+ULONG MediaBuffer::Release() { return refs_.releaseOwner(this); }
 
 HRESULT MediaBuffer::Lock(BYTE** buffer, DWORD* maxLength, DWORD* currentLength) {
     if (buffer == nullptr) return E_POINTER;
@@ -66,11 +62,7 @@ HRESULT MediaSample::QueryInterface(REFIID riid, void** ppv) { return queryUnkno
 
 ULONG MediaSample::AddRef() { return refs_.addRef(); }
 
-ULONG MediaSample::Release() {
-    const ULONG count = refs_.release();
-    if (count == 0) delete this;
-    return count;
-}
+ULONG MediaSample::Release() { return refs_.releaseOwner(this); }
 
 HRESULT MediaSample::GetSampleTime(LONGLONG* time) {
     if (time == nullptr) return E_POINTER;

@@ -30,6 +30,7 @@ public:
 
 private:
     MediaBuffer(std::unique_ptr<BYTE[]> bytes, DWORD size) : bytes_(std::move(bytes)), size_(size) {}
+    friend class ::ComRefCount;  // deletes the object at its last Release
     ~MediaBuffer() override = default;
 
     ComRefCount refs_;
@@ -55,6 +56,7 @@ public:
 private:
     MediaSample(MediaBuffer* buffer, LONGLONG time, LONGLONG duration)
         : buffer_(buffer), time_(time), duration_(duration) {}
+    friend class ::ComRefCount;  // deletes the object at its last Release
     ~MediaSample() override = default;
 
     ComRefCount refs_;

@@ -22,11 +22,7 @@ public:
         return S_OK;
     }
     ULONG AddRef() override { return count_.addRef(); }
-    ULONG Release() override {
-        const ULONG count = count_.release();
-        if (count == 0) delete this;
-        return count;
-    }
+    ULONG Release() override { return count_.releaseOwner(this); }
 
     HRESULT GetCount(DWORD* count) override {
         if (count == nullptr) return E_POINTER;

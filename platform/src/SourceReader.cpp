@@ -167,6 +167,7 @@ public:
 
 private:
     SourceReader(FormatPointer format, ComPtr<IMFSourceReaderCallback> callback, bool videoProcessing);
+    friend class ::ComRefCount;  // deletes the object at its last Release
     ~SourceReader() override = default;
 
     HRESULT checkVideoStream(DWORD streamIndex) const;
@@ -254,11 +255,7 @@ HRESULT SourceReader::QueryInterface(REFIID riid, void** ppv) {
     return S_OK;
 }
 
-ULONG SourceReader::Release() {
-    const ULONG count = refs_.release();
-    if (count == 0) delete this;
-    return count;
-}
+ULONG SourceReader::Release() { return refs_.releaseOwner(this); }
 
 HRESULT SourceReader::checkVideoStream(DWORD streamIndex) const {
     if (video_.index < 0) return MF_E_INVALIDSTREAMNUMBER;

@@ -19,11 +19,7 @@ public:
         return S_OK;
     }
     ULONG AddRef() override { return count_.addRef(); }
-    ULONG Release() override {
-        const ULONG count = count_.release();
-        if (count == 0) delete this;
-        return count;
-    }
+    ULONG Release() override { return count_.releaseOwner(this); }
 
     HRESULT CreateObjectFromURL(LPCWSTR url, DWORD flags, IPropertyStore*, MF_OBJECT_TYPE* objectType,
                                 IUnknown** object) override {
@@ -43,6 +39,7 @@ public:
     }
 
 private:
+    friend class ::ComRefCount;  // deletes the object at its last Release
     ~SourceResolver() override = default;
 
     ComRefCount count_;

@@ -1,0 +1,235 @@
+#!/usr/bin/env python3
+"""bench_inspect: vtk's info, poster and xmp next to ffprobe, ffmpeg, ffmpegthumbnailer and exiftool
+on the same files in the same run, one file per process and 100 files in one process; VideoSupport's
+calls inside one host; and start-up. Prints median wall times, the ratio ours/peer and whether each
+goal is met.
+
+usage: inspect.py [BUILD_DIR] [--runs N] [--batch-runs N] [--iterations N]
+BUILD_DIR (default: build) holds bin/vtk; the media are made into BUILD_DIR/bench-media.
+"""
+import argparse
+import os
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+ROOT = os.path.dirname(HERE)
+CLIP_1080P = "h264_1080p.mp4"
+CLIP_PHONE = "phone.mov"
+BATCH_SIZE = 100
+
+POSTER_GOAL = 0.5
+INFO_GOAL = 0.5
+XMP_GOAL = 0.5
+BATCH_INFO_GOAL = 0.1
+BATCH_XMP_GOAL = 0.2
+INPROCESS_INFO_GOAL_MS = 5.0
+INPROCESS_POSTER_GOAL_MS = 30.0
+
+
+class CommandFailed(Exception):
+    pass
+
+
+def run_checked(argv):
+    """Runs argv with its output discarded, so terminal speed is no part of anyone's time."""
+    result = subprocess.run(argv, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+    if result.returncode != 0:
+        status = "signal %d" % -result.returncode if result.returncode < 0 else "status %d" % result.returncode
+        last = (result.stderr.decode(errors="replace").strip().split("\n") or [""])[-1]
+        raise CommandFailed("%s %s: %s, %s" % (os.path.basename(argv[0]), argv[1], status, last))
+
+
+def wall_ms(argv):
+    start = time.perf_counter()
+    run_checked(argv)
+    return (time.perf_counter() - start) * 1000.0
+
+
+def medians(commands, runs):
+    """Median wall ms of each command. One unmeasured run each warms the page cache and the dynamic
+    loader; after that the commands take turns, so a burst of load elsewhere hits all of them."""
+    for argv in commands:
+        run_checked(argv)
+    samples = [[] for _ in commands]
+    for _ in range(runs):
+        for argv, times in zip(commands, samples):
+            times.append(wall_ms(argv))
+    return [statistics.median(times) for times in samples]
+
+
+def make_media(build):
+    media = os.path.join(build, "bench-media")
+    subprocess.run(["sh", os.path.join(ROOT, "tests", "media", "make_corpus.sh"), media], check=True)
+    # Distinct names for the batch, half of each clip, as hard links (copies where links fail).
+    batch = os.path.join(media, "batch")
+    shutil.rmtree(batch, ignore_errors=True)
+    os.makedirs(batch)
+    files = []
+    for i in range(BATCH_SIZE):
+        source = CLIP_1080P if i % 2 == 0 else CLIP_PHONE
+        target = os.path.join(batch, "clip_%03d%s" % (i, os.path.splitext(source)[1]))
+        try:
+            os.link(os.path.join(media, source), target)
+        except OSError:
+            shutil.copyfile(os.path.join(media, source), target)
+        files.append(target)
+    return media, files
+
+
+class Table:
+    def __init__(self):
+        self.rows = []
+        self.failures = []
+
+    def add(self, measure, ours, peer=None, goal_ratio=None, goal_ms=None):
+        ratio = ours / peer if peer else None
+        if goal_ratio is not None:
+            goal, met = "<= %.1fx" % goal_ratio, ratio <= goal_ratio
+        elif goal_ms is not None:
+            goal, met = "< %g ms" % goal_ms, ours < goal_ms
+        else:
+            goal, met = "-", None
+        self.rows.append((
+            measure,
+            "%.2f" % ours,
+            "-" if peer is None else "%.2f" % peer,
+            "-" if ratio is None else "%.3f" % ratio,
+            goal,
+            "-" if met is None else ("met" if met else "MISSED"),
+        ))
+
+    def fail(self, measures, reason):
+        self.failures.append(reason)
+        for measure in measures:
+            self.rows.append((measure, "-", "-", "-", "-", "FAILED [%d]" % len(self.failures)))
+
+    def print(self):
+        header = ("measure", "ours (ms)", "peer (ms)", "ratio", "goal", "result")
+        widths = [max(len(row[i]) for row in self.rows + [header]) for i in range(len(header))]
+        line = lambda row: "  ".join(
+            cell.ljust(w) if i == 0 else cell.rjust(w) for i, (cell, w) in enumerate(zip(row, widths)))
+        print(line(header))
+        print("  ".join("-" * w for w in widths))
+        for row in self.rows:
+            print(line(row))
+        for number, reason in enumerate(self.failures, 1):
+            print("[%d] %s" % (number, reason))
+
+
+def in_process(vtk, clip, png, iterations, runs):
+    """Median over runs of each per-call figure that bench/inspect.lua prints."""
+    figures = {}
+    for _ in range(runs):
+        out = subprocess.run([vtk, "run", os.path.join(HERE, "inspect.lua"), clip, png, str(iterations)],
+                             stdin=subprocess.DEVNULL, capture_output=True, text=True)
+        if out.returncode != 0:
+            raise CommandFailed("vtk run inspect.lua: status %d, %s" % (out.returncode, out.stderr.strip()))
+        for line in out.stdout.split("\n"):
+            if line.strip():
+                name, ms = line.split()
+                figures.setdefault(name, []).append(float(ms))
+    return {name: statistics.median(values) for name, values in figures.items()}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    parser.add_argument("build", nargs="?", default="build")
+    parser.add_argument("--runs", type=int, default=9, help="measured runs per one-file command")
+    parser.add_argument("--batch-runs", type=int, default=7, help="measured runs per 100-file command")
+    parser.add_argument("--iterations", type=int, default=20, help="calls per in-process figure")
+    options = parser.parse_args()
+
+    vtk = os.path.join(options.build, "bin", "vtk")
+    for tool in ("ffmpeg", "ffprobe", "ffmpegthumbnailer", "exiftool"):
+        if shutil.which(tool) is None:
+            sys.exit("bench_inspect: %s is not installed (make setup installs it)" % tool)
+    media, batch = make_media(options.build)
+    out = tempfile.mkdtemp(prefix="bench_inspect.")
+    png = os.path.join(out, "out.png")
+    table = Table()
+
+    def measure(labels, fn):
+        """Runs one comparison; a command that fails fails its rows and the rest still run."""
+        try:
+            fn()
+        except CommandFailed as failure:
+            table.fail(labels, str(failure))
+
+    def poster(clip):
+        path = os.path.join(media, clip)
+        ours, ffmpeg, thumbnailer = medians([
+            [vtk, "poster", path, "-o", png],
+            ["ffmpeg", "-v", "error", "-nostdin", "-i", path, "-frames:v", "1", "-y", png],
+            ["ffmpegthumbnailer", "-i", path, "-o", png, "-s", "0"],
+        ], options.runs)
+        table.add("poster %s vs ffmpeg" % clip, ours, ffmpeg, goal_ratio=POSTER_GOAL)
+        table.add("poster %s vs ffmpegthumbnailer" % clip, ours, thumbnailer)
+
+    def info(clip):
+        path = os.path.join(media, clip)
+        ours, peer = medians([
+            [vtk, "info", "--json", path],
+            ["ffprobe", "-v", "error", "-show_format", "-show_streams", "-of", "json", path],
+        ], options.runs)
+        table.add("info %s vs ffprobe" % clip, ours, peer, goal_ratio=INFO_GOAL)
+
+    def xmp(clip):
+        path = os.path.join(media, clip)
+        ours, peer = medians([[vtk, "xmp", path], ["exiftool", "-json", path]], options.runs)
+        table.add("xmp %s vs exiftool" % clip, ours, peer, goal_ratio=XMP_GOAL)
+
+    # Per file: the loop is 100 ffprobe processes, as a shell script would run them.
+    batch_info_label = "info, %d files: per file vs ffprobe loop" % BATCH_SIZE
+    def batch_info():
+        loop = ["sh", "-c", 'for f; do ffprobe -v error -show_format -show_streams -of json "$f"; done', "sh"]
+        ours, peer = medians([[vtk, "info", "--json"] + batch, loop + batch], options.batch_runs)
+        table.add(batch_info_label, ours / BATCH_SIZE, peer / BATCH_SIZE, goal_ratio=BATCH_INFO_GOAL)
+
+    batch_xmp_label = "xmp, %d files: per file vs exiftool batch" % BATCH_SIZE
+    def batch_xmp():
+        ours, peer = medians([[vtk, "xmp"] + batch, ["exiftool", "-json"] + batch], options.batch_runs)
+        table.add(batch_xmp_label, ours / BATCH_SIZE, peer / BATCH_SIZE, goal_ratio=BATCH_XMP_GOAL)
+
+    in_process_labels = ["in-process %s %s (CPU)" % (call, CLIP_1080P)
+                         for call in ("getVideoFileInfo", "getPosterFrame", "image:writePNG", "getMetadata")]
+    def calls():
+        figures = in_process(vtk, os.path.join(media, CLIP_1080P), png, options.iterations, max(3, options.runs // 2))
+        table.add(in_process_labels[0], figures["info"], goal_ms=INPROCESS_INFO_GOAL_MS)
+        table.add(in_process_labels[1], figures["poster"], goal_ms=INPROCESS_POSTER_GOAL_MS)
+        table.add(in_process_labels[2], figures["writePNG"])
+        table.add(in_process_labels[3], figures["xmp"])
+
+    startup_label = "start-up: vtk --version vs ffprobe -version"
+    def startup():
+        ours, peer = medians([[vtk, "--version"], ["ffprobe", "-version"]], options.runs)
+        table.add(startup_label, ours, peer)
+
+    print("bench_inspect: median wall ms of %d runs (%d for %d-file batches); load average %.2f"
+          % (options.runs, options.batch_runs, BATCH_SIZE, os.getloadavg()[0]), flush=True)
+    try:
+        for clip in (CLIP_1080P, CLIP_PHONE):
+            measure(["poster %s vs ffmpeg" % clip, "poster %s vs ffmpegthumbnailer" % clip], lambda: poster(clip))
+            measure(["info %s vs ffprobe" % clip], lambda: info(clip))
+            measure(["xmp %s vs exiftool" % clip], lambda: xmp(clip))
+        measure([batch_info_label], batch_info)
+        measure([batch_xmp_label], batch_xmp)
+        measure(in_process_labels, calls)
+        measure([startup_label], startup)
+    finally:
+        shutil.rmtree(out, ignore_errors=True)
+
+    print()
+    table.print()
+    print("in-process rows: os.clock() per call over %d calls, median of runs; load average now %.2f"
+          % (options.iterations, os.getloadavg()[0]))
+    # Missed goals are the table's news; a command that did not run is a broken benchmark.
+    return 1 if table.failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
