@@ -8,7 +8,7 @@ build-essential cmake pkg-config git
 lua5.1 liblua5.1-0-dev python3
 libgtest-dev libgmock-dev libbenchmark-dev
 libavutil-dev libavformat-dev libavcodec-dev libswscale-dev
-libpng-dev
+libpng-dev libsdl2-dev
 ffmpeg libimage-exiftool-perl ffmpegthumbnailer
 binutils
 "
