@@ -1,0 +1,196 @@
+/* Win32 windows and their message queue, drawn with SDL2: window classes, top-level windows of a
+ * client size, posting, peeking, getting and dispatching messages, and SDL's own window, key and
+ * mouse events delivered as the Win32 messages of the window they belong to: a resize (client size
+ * in WM_SIZE's lParam) blacks the client area out and queues WM_PAINT, an exposure gives WM_PAINT,
+ * the close button WM_CLOSE, keys WM_KEYDOWN / WM_KEYUP with virtual-key codes, the mouse
+ * WM_MOUSEMOVE / WM_LBUTTONDOWN / WM_LBUTTONUP with client coordinates. Plus this layer's
+ * drawing of video pictures into a window (KyWindow_*), which Win32 leaves to other interfaces.
+ *
+ * Threads: there is one message queue, the main thread's (the process's first thread). Windows are
+ * created, dispatched, drawn, read and destroyed there; those calls from another thread fail with
+ * ERROR_INVALID_THREAD_ID. PostMessageW and InvalidateRect work from any thread. SDL starts on the
+ * first window or message call of the main thread, without installing signal handlers.
+ *
+ * Failures return FALSE, null or -1 and set GetLastError: ERROR_INVALID_WINDOW_HANDLE for a null,
+ * destroyed or made-up HWND, ERROR_INVALID_PARAMETER for bad arguments. A message posted to a
+ * window that is destroyed before it is retrieved is dropped. */
+#ifndef KY_WIN32_WINDOW_H
+#define KY_WIN32_WINDOW_H
+
+#include <cstdint>
+#include <vector>
+
+#include "Win32.h"
+#include "Win32Event.h"
+
+struct HWND__;
+typedef HWND__* HWND;  // names a window; never dereferenced, so a stale one is detected
+struct HINSTANCE__;
+typedef HINSTANCE__* HINSTANCE;
+struct HMENU__;
+typedef HMENU__* HMENU;
+typedef uint16_t ATOM;
+typedef uintptr_t WPARAM;
+typedef intptr_t LPARAM;
+typedef intptr_t LRESULT;
+typedef intptr_t LONG_PTR;
+typedef LRESULT (*WNDPROC)(HWND, UINT, WPARAM, LPARAM);
+
+struct RECT {
+    LONG left;
+    LONG top;
+    LONG right;
+    LONG bottom;
+};
+
+struct MSG {
+    HWND hwnd;
+    UINT message;
+    WPARAM wParam;
+    LPARAM lParam;
+};
+typedef MSG* LPMSG;
+
+/* Only lpfnWndProc and lpszClassName matter here; the rest is kept for source compatibility. */
+struct WNDCLASSW {
+    UINT style;
+    WNDPROC lpfnWndProc;
+    int cbClsExtra;
+    int cbWndExtra;
+    HINSTANCE hInstance;
+    void* hIcon;
+    void* hCursor;
+    void* hbrBackground;
+    LPCWSTR lpszMenuName;
+    LPCWSTR lpszClassName;
+};
+
+/* lParam of WM_CREATE: CreateWindowExW's arguments. */
+struct CREATESTRUCTW {
+    void* lpCreateParams;
+    HINSTANCE hInstance;
+    HMENU hMenu;
+    HWND hwndParent;
+    int cy;
+    int cx;
+    int y;
+    int x;
+    LONG style;
+    LPCWSTR lpszName;
+    LPCWSTR lpszClass;
+    DWORD dwExStyle;
+};
+
+constexpr UINT WM_NULL = 0x0000;
+constexpr UINT WM_CREATE = 0x0001;
+constexpr UINT WM_DESTROY = 0x0002;
+constexpr UINT WM_SIZE = 0x0005;
+constexpr UINT WM_PAINT = 0x000F;
+constexpr UINT WM_CLOSE = 0x0010;
+constexpr UINT WM_QUIT = 0x0012;
+constexpr UINT WM_KEYDOWN = 0x0100;
+constexpr UINT WM_KEYUP = 0x0101;
+constexpr UINT WM_MOUSEMOVE = 0x0200;
+constexpr UINT WM_LBUTTONDOWN = 0x0201;
+constexpr UINT WM_LBUTTONUP = 0x0202;
+constexpr UINT WM_USER = 0x0400;
+constexpr UINT WM_APP = 0x8000;
+
+constexpr WPARAM SIZE_RESTORED = 0;
+constexpr WPARAM MK_LBUTTON = 0x0001;
+
+// Virtual-key codes; letters and digits are their upper-case ASCII codes ('A', '0').
+constexpr UINT VK_BACK = 0x08;
+constexpr UINT VK_TAB = 0x09;
+constexpr UINT VK_RETURN = 0x0D;
+constexpr UINT VK_ESCAPE = 0x1B;
+constexpr UINT VK_SPACE = 0x20;
+constexpr UINT VK_PRIOR = 0x21;
+constexpr UINT VK_NEXT = 0x22;
+constexpr UINT VK_END = 0x23;
+constexpr UINT VK_HOME = 0x24;
+constexpr UINT VK_LEFT = 0x25;
+constexpr UINT VK_UP = 0x26;
+constexpr UINT VK_RIGHT = 0x27;
+constexpr UINT VK_DOWN = 0x28;
+constexpr UINT VK_DELETE = 0x2E;
+constexpr UINT VK_F1 = 0x70;
+
+constexpr DWORD WS_OVERLAPPEDWINDOW = 0x00CF0000;
+constexpr DWORD WS_VISIBLE = 0x10000000;
+constexpr int CW_USEDEFAULT = static_cast<int>(0x80000000);
+
+constexpr int GWLP_WNDPROC = -4;
+constexpr int GWLP_USERDATA = -21;
+
+constexpr UINT PM_NOREMOVE = 0x0000;
+constexpr UINT PM_REMOVE = 0x0001;
+
+constexpr WORD LOWORD(uintptr_t value) { return static_cast<WORD>(value & 0xFFFF); }
+constexpr WORD HIWORD(uintptr_t value) { return static_cast<WORD>((value >> 16) & 0xFFFF); }
+constexpr LPARAM MAKELPARAM(int low, int high) {
+    return static_cast<LPARAM>((static_cast<uint32_t>(low) & 0xFFFF) | ((static_cast<uint32_t>(high) & 0xFFFF) << 16));
+}
+// Mouse positions are signed: a drag can leave the client area to the left or above.
+constexpr int GET_X_LPARAM(LPARAM value) { return static_cast<int16_t>(LOWORD(static_cast<uintptr_t>(value))); }
+constexpr int GET_Y_LPARAM(LPARAM value) { return static_cast<int16_t>(HIWORD(static_cast<uintptr_t>(value))); }
+
+/* Any thread. 0 with ERROR_CLASS_ALREADY_EXISTS for a name in use, ERROR_INVALID_PARAMETER
+ * without a name or window procedure. */
+ATOM RegisterClassW(const WNDCLASSW* windowClass);
+/* FALSE with ERROR_CLASS_HAS_WINDOWS while windows of the class exist. */
+BOOL UnregisterClassW(LPCWSTR className, HINSTANCE instance);
+
+/* A resizable top-level window whose client area is width x height (CW_USEDEFAULT: 640 x 480;
+ * at most 16384 each), shown when style has WS_VISIBLE, at x, y (CW_USEDEFAULT: where the system
+ * puts it), its client area black. The class's procedure receives WM_CREATE (lParam a
+ * CREATESTRUCTW) before this returns; -1 from it fails the creation. Child windows are not
+ * supported (a parent gives ERROR_NOT_SUPPORTED). */
+HWND CreateWindowExW(DWORD exStyle, LPCWSTR className, LPCWSTR windowName, DWORD style, int x, int y, int width,
+                     int height, HWND parent, HMENU menu, HINSTANCE instance, void* param);
+/* Sends WM_DESTROY to the procedure, then closes the window; its queued messages are dropped. */
+BOOL DestroyWindow(HWND window);
+BOOL IsWindow(HWND window);
+/* {0, 0, width, height} of the client area. */
+BOOL GetClientRect(HWND window, RECT* rect);
+/* Gives the client area width x height; x, y are ignored. As after any resize, the client area
+ * turns black and WM_SIZE, then WM_PAINT, follow through the queue (repaint is ignored). */
+BOOL MoveWindow(HWND window, int x, int y, int width, int height, BOOL repaint);
+/* GWLP_USERDATA or GWLP_WNDPROC (others: ERROR_INVALID_INDEX); returns the previous value. */
+LONG_PTR SetWindowLongPtrW(HWND window, int index, LONG_PTR value);
+LONG_PTR GetWindowLongPtrW(HWND window, int index);
+/* WM_CLOSE destroys the window; everything else returns 0. */
+LRESULT DefWindowProcW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+LRESULT CallWindowProcW(WNDPROC procedure, HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+
+/* Any thread. window null posts a message for no window, retrieved with hwnd null. FALSE with
+ * ERROR_NOT_ENOUGH_QUOTA when the queue is full. */
+BOOL PostMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+/* The oldest message for window (null: any) with minMessage <= message <= maxMessage (both 0: any),
+ * without waiting; FALSE when there is none. WM_QUIT comes whatever the filter, once no other
+ * message passes it. */
+BOOL PeekMessageW(LPMSG message, HWND window, UINT minMessage, UINT maxMessage, UINT removeFlags);
+/* As PeekMessageW with PM_REMOVE, but waits for a message; 0 for WM_QUIT, -1 on failure. */
+BOOL GetMessageW(LPMSG message, HWND window, UINT minMessage, UINT maxMessage);
+/* Kept for the usual loop; no character messages are made, so always FALSE. */
+BOOL TranslateMessage(const MSG* message);
+/* Calls the procedure of message->hwnd and returns its result; 0 for a message without a window. */
+LRESULT DispatchMessageW(const MSG* message);
+/* Main thread: GetMessageW returns 0, with exitCode in wParam, once the queue is empty. */
+void PostQuitMessage(int exitCode);
+/* Any thread; rect and erase are ignored. Queues one WM_PAINT; further calls before it is
+ * retrieved add none. */
+BOOL InvalidateRect(HWND window, const RECT* rect, BOOL erase);
+
+/* Video drawing (main thread). Draws width x height B, G, R, X pixels (rows top-down, stride bytes
+ * apart, at least width * 4) scaled with bilinear filtering into destination (client
+ * coordinates; null: the whole client area; parts outside the client area are cut off), the rest
+ * of the client area black, and shows it. The window keeps a copy for KyWindow_repaint. */
+BOOL KyWindow_present(HWND window, const void* bgrx, int width, int height, int stride, const RECT* destination);
+/* Draws the last presented picture again into its destination, the rest black (all black before
+ * any picture); for WM_PAINT after a resize or exposure. */
+BOOL KyWindow_repaint(HWND window);
+/* The client area's pixels as shown, 0xAARRGGBB with alpha 0xFF, rows top-down. */
+BOOL KyWindow_readPixels(HWND window, std::vector<uint32_t>* argb, int* width, int* height);
+
+#endif
