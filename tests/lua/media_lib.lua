@@ -41,24 +41,6 @@ function M.run(command)
     return string.sub(output, 1, #output - #status - 1), tonumber(status), errors
 end
 
--- A fresh path ending in suffix (e.g. ".png"); the caller removes the file it makes there.
-function M.tempPath(suffix)
-    local base = os.tmpname()
-    os.remove(base)
-    return base .. (suffix or "")
-end
-
--- Writes frame `index` (from 0) of a video to a PNG, shown the way ffmpeg shows it: rotation
--- applied, sample aspect ratio not (the PNG keeps the stored pixel columns).
-function M.extractFrame(video, index, png)
-    local _, status, errors = M.run("ffmpeg -v error -nostdin -y -i " .. quote(video)
-        .. " -vf 'select=eq(n\\," .. index .. ")' -frames:v 1 " .. quote(png))
-    if status ~= 0 then
-        error("ffmpeg could not extract frame " .. index .. " of " .. video .. ": " .. errors, 2)
-    end
-    return png
-end
-
 -- "25/1" or "8:9" -> 25, 1; nil for "N/A" and for a zero denominator ("0/0").
 local function ratio(text)
     local numerator, denominator = string.match(text or "", "^(%d+)[/:](%d+)$")
@@ -202,171 +184,14 @@ function M.corners(path)
         M.colourName(pixel(left, bottom)), M.colourName(pixel(right, bottom))
 end
 
--- The frame number shown in the band across the middle: ten blocks, most significant on the left,
--- white is 1.
-function M.frameNumber(path)
-    local width, height, pixel = M.pngInfo(path)
-    local y = math.floor(height / 2)
-    local number = 0
-    for k = 0, 9 do
-        local r, g, b = pixel(math.floor((k + 0.5) * width / 10), y)
-        number = number * 2 + ((r + g + b) / 3 > 128 and 1 or 0)
-    end
-    return number
-end
-
--- A reader for the JSON exiftool prints: objects, arrays, strings, numbers, true/false/null.
-local function parseJson(text)
-    local pos = 1
-    local escapes = { b = "\b", f = "\f", n = "\n", r = "\r", t = "\t", ["/"] = "/", ["\\"] = "\\", ['"'] = '"' }
-
-    local function fail(what)
-        error("exiftool JSON: " .. what .. " at byte " .. pos, 0)
-    end
-
-    local function skipSpace()
-        pos = string.find(text, "[^ \t\r\n]", pos) or #text + 1
-    end
-
-    local function utf8(code)
-        if code < 0x80 then
-            return string.char(code)
-        elseif code < 0x800 then
-            return string.char(0xC0 + math.floor(code / 0x40), 0x80 + code % 0x40)
-        elseif code < 0x10000 then
-            return string.char(0xE0 + math.floor(code / 0x1000), 0x80 + math.floor(code / 0x40) % 0x40,
-                0x80 + code % 0x40)
-        end
-        return string.char(0xF0 + math.floor(code / 0x40000), 0x80 + math.floor(code / 0x1000) % 0x40,
-            0x80 + math.floor(code / 0x40) % 0x40, 0x80 + code % 0x40)
-    end
-
-    local function hex4()
-        local digits = string.match(text, "^%x%x%x%x", pos)
-        if not digits then
-            fail("bad \\u escape")
-        end
-        pos = pos + 4
-        return tonumber(digits, 16)
-    end
-
-    local function readString()
-        local parts = {}
-        pos = pos + 1
-        while true do
-            local _, last, chunk, stop = string.find(text, '^([^"\\]*)(["\\])', pos)
-            if not last then
-                fail("unterminated string")
-            end
-            parts[#parts + 1] = chunk
-            pos = last + 1
-            if stop == '"' then
-                return table.concat(parts)
-            end
-            local letter = string.sub(text, pos, pos)
-            pos = pos + 1
-            if letter == "u" then
-                local code = hex4()
-                if code >= 0xD800 and code < 0xDC00 and string.sub(text, pos, pos + 1) == "\\u" then
-                    pos = pos + 2
-                    code = 0x10000 + (code - 0xD800) * 0x400 + (hex4() - 0xDC00)
-                end
-                parts[#parts + 1] = utf8(code)
-            elseif escapes[letter] then
-                parts[#parts + 1] = escapes[letter]
-            else
-                fail("bad escape")
-            end
-        end
-    end
-
-    local readValue
-
-    local function readList(close, readItem)
-        pos = pos + 1
-        skipSpace()
-        if string.sub(text, pos, pos) == close then
-            pos = pos + 1
-            return
-        end
-        while true do
-            readItem()
-            skipSpace()
-            local separator = string.sub(text, pos, pos)
-            pos = pos + 1
-            if separator == close then
-                return
-            elseif separator ~= "," then
-                fail("expected , or " .. close)
-            end
-            skipSpace()
-        end
-    end
-
-    function readValue()
-        skipSpace()
-        local first = string.sub(text, pos, pos)
-        if first == "{" then
-            local object = {}
-            readList("}", function()
-                if string.sub(text, pos, pos) ~= '"' then
-                    fail("expected a key")
-                end
-                local key = readString()
-                skipSpace()
-                if string.sub(text, pos, pos) ~= ":" then
-                    fail("expected :")
-                end
-                pos = pos + 1
-                object[key] = readValue()
-            end)
-            return object
-        elseif first == "[" then
-            local array = {}
-            readList("]", function()
-                array[#array + 1] = readValue()
-            end)
-            return array
-        elseif first == '"' then
-            return readString()
-        end
-        local number = string.match(text, "^-?%d+%.?%d*[eE]?[-+]?%d*", pos)
-        if number then
-            pos = pos + #number
-            return tonumber(number) or fail("bad number")
-        end
-        local word = string.match(text, "^%a+", pos)
-        if word == "true" or word == "false" or word == "null" then
-            pos = pos + #word
-            if word == "null" then
-                return nil
-            end
-            return word == "true"
-        end
-        fail("unexpected character")
-    end
-
-    local value = readValue()
-    skipSpace()
-    if pos <= #text then
-        fail("trailing text")
-    end
-    return value
-end
-
--- The fields `exiftool -json -n` gives for one file (numbers as numbers, e.g. GPSLatitude 48.8577),
--- or nil and exiftool's message when it prints nothing for it. A file exiftool cannot read still
--- gives a table, with an Error field.
+-- The tags exiftool reads from a file, by name, with numbers as numbers (-n): GPSLatitude 48.8577.
 function M.exiftool(path)
-    local output, _, errors = M.run("exiftool -json -n " .. quote(path))
-    if not string.find(output, "%S") then
-        return nil, errors
+    local output = M.run("exiftool -s -n " .. quote(path))
+    local fields = {}
+    for name, value in string.gmatch(output, "(%w+)%s*: ([^\n]*)") do
+        fields[name] = tonumber(value) or value
     end
-    local files = parseJson(output)
-    if type(files) ~= "table" or type(files[1]) ~= "table" then
-        return nil, "exiftool printed no object for " .. path
-    end
-    return files[1]
+    return fields
 end
 
 return M
