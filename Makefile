@@ -30,6 +30,7 @@ test: setup
 bench: setup
 	@$(MAKE) --no-print-directory build
 	$(BUILD)/bin/bench_ratio
+	python3 bench/inspect.py $(BUILD)
 
 install: build
 	cmake --install $(BUILD) --prefix $(PREFIX)

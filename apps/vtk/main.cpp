@@ -1,6 +1,7 @@
 // vtk: the toolkit's command-line tool. The commands are Lua (vtk.lua) over the toolkit's own
 // modules, run by the real host with the real bundle, so the command line takes the same path as
 // the application does.
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -30,6 +31,10 @@ int fail(const std::string& message) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Frames are megabytes each: kept in the heap rather than mapped and zeroed anew per call,
+    // a batch of files costs the frames' decoding and not the kernel's page faults.
+    mallopt(M_MMAP_THRESHOLD, 64 << 20);
+    mallopt(M_TRIM_THRESHOLD, 256 << 20);
     KyHost host;
     std::string error;
     const std::string bundle = KyHost::defaultBundleFolder();

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <climits>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -143,6 +144,12 @@ bool KyHost::runChunk(const std::string& bytes, const std::string& name, const s
         return false;
     }
     setArgTable(L_, name, args);
+    // Lua guarantees a native only a few free stack slots: room for every argument is asked for.
+    if (args.size() > static_cast<size_t>(INT32_MAX - 8) || !lua_checkstack(L_, static_cast<int>(args.size()) + 1)) {
+        lua_pop(L_, 1);
+        if (error) *error = "too many arguments for " + name;
+        return false;
+    }
     for (const std::string& a : args) lua_pushlstring(L_, a.data(), a.size());
     return protectedCall(L_, static_cast<int>(args.size()), LUA_MULTRET, error);
 }

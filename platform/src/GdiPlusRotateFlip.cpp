@@ -52,10 +52,18 @@ GpStatus GdipImageRotateFlip(GpImage* image, RotateFlipType type) {
     const int64_t stepX = place.ay * newStride + place.ax * bpp;
     const int64_t stepY = place.by * newStride + place.bx * bpp;
     const int64_t origin = place.cy * newStride + place.cx * bpp;
+    const size_t rowBytes = static_cast<size_t>(bpp * image->width);
     for (INT y = 0; y < image->height; ++y) {
         const BYTE* source = image->row(y);
         BYTE* target = rotated.get() + origin + stepY * y;
-        for (INT x = 0; x < image->width; ++x, source += bpp, target += stepX) std::memcpy(target, source, bpp);
+        if (stepX == bpp) {
+            // Rows that keep their pixel order (the vertical flip of a bottom-up frame) move whole.
+            std::memcpy(target, source, rowBytes);
+        } else if (bpp == 4) {
+            for (INT x = 0; x < image->width; ++x, source += 4, target += stepX) std::memcpy(target, source, 4);
+        } else {
+            for (INT x = 0; x < image->width; ++x, source += bpp, target += stepX) std::memcpy(target, source, bpp);
+        }
     }
 
     // A bitmap over the caller's memory keeps it while the layout allows; ours is simply replaced.

@@ -165,6 +165,15 @@ TEST_F(HostTest, ProgramErrorsUnwindNativeFramesAndKeepTheirText) {
     EXPECT_TRUE(guardDestroyed);
 }
 
+TEST_F(HostTest, AChunkTakesThousandsOfArguments) {
+    const std::vector<std::string> args(5000, "x");
+    std::string error;
+    ASSERT_TRUE(host.runChunk("return select('#', ...), #arg", "many", args, &error)) << error;
+    EXPECT_EQ(lua_tointeger(L, -2), 5000);
+    EXPECT_EQ(lua_tointeger(L, -1), 5000);
+    lua_pop(L, 2);
+}
+
 TEST_F(HostTest, ProgramErrorOutsideANativeCallIsACppException) {
     EXPECT_THROW(KyThrowProgramError("Invalidate"), KyProgramError);
 }
