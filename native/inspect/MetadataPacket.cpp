@@ -16,13 +16,6 @@ constexpr DWORD kResolveFlags =
     MF_RESOLUTION_MEDIASOURCE | MF_RESOLUTION_CONTENT_DOES_NOT_HAVE_TO_MATCH_EXTENSION_OR_MIME_TYPE | MF_RESOLUTION_READ;
 const wchar_t kNotFound[] = L"not found";
 
-template <class T>
-void SafeRelease(T*& pointer) {
-    if (pointer != nullptr) {
-        pointer->Release();
-        pointer = nullptr;
-    }
-}
 
 std::wstring readPropertyText(const std::wstring& path, const PROPERTYKEY& key) {
     std::wstring answer = kNotFound;

@@ -7,13 +7,6 @@ namespace {
 
 constexpr auto kReadTimeLimit = std::chrono::seconds(5);
 
-template <class T>
-void SafeRelease(T*& pointer) {
-    if (pointer != nullptr) {
-        pointer->Release();
-        pointer = nullptr;
-    }
-}
 
 }  // namespace
 

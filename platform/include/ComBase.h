@@ -20,6 +20,15 @@ protected:
     virtual ~IUnknown() = default;
 };
 
+/* Gives up the reference a pointer field or local holds, if any, and sets it to null. */
+template <class T>
+void SafeRelease(T*& pointer) {
+    if (pointer != nullptr) {
+        pointer->Release();
+        pointer = nullptr;
+    }
+}
+
 /* Holds one reference; null when empty. Not itself thread-safe. */
 template <class T>
 class ComPtr {

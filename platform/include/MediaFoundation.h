@@ -129,9 +129,12 @@ struct IMFGetService : IUnknown {
     virtual HRESULT GetService(REFGUID service, REFIID riid, void** ppv) = 0;
 };
 
+struct IMFPresentationDescriptor;
+
 /* A media source; it answers IMFGetService, whose MF_PROPERTY_HANDLER_SERVICE gives the file's
- * IPropertyStore. */
+ * IPropertyStore, and describes its streams for playback (MediaSession.h). */
 struct IMFMediaSource : IUnknown {
+    virtual HRESULT CreatePresentationDescriptor(IMFPresentationDescriptor** descriptor) = 0;
     virtual HRESULT Shutdown() = 0;
 };
 

@@ -12,6 +12,7 @@ enum : VARTYPE {
     VT_EMPTY = 0,
     VT_I4 = 3,
     VT_R8 = 5,
+    VT_UNKNOWN = 13,
     VT_UI4 = 19,
     VT_I8 = 20,
     VT_UI8 = 21,
@@ -51,6 +52,7 @@ struct PROPVARIANT {
         LPWSTR pwszVal;
         FILETIME filetime;
         CADOUBLE cadbl;
+        IUnknown* punkVal;  // VT_UNKNOWN: one reference, released by PropVariantClear
     };
 };
 

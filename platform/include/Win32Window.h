@@ -193,4 +193,11 @@ BOOL KyWindow_repaint(HWND window);
 /* The client area's pixels as shown, 0xAARRGGBB with alpha 0xFF, rows top-down. */
 BOOL KyWindow_readPixels(HWND window, std::vector<uint32_t>* argb, int* width, int* height);
 
+/* The media session's video renderer draws on the main thread by posting KY_WM_PRESENT_VIDEO to
+ * its window from its own threads: DispatchMessageW hands such a message to the presenter set here
+ * (with the message's lParam) instead of the window procedure, so applications never see it. */
+constexpr UINT KY_WM_PRESENT_VIDEO = 0xBFF0;
+typedef void (*KyWindowPresenter)(HWND window, LPARAM token);
+void KyWindow_setPresenter(KyWindowPresenter presenter);
+
 #endif

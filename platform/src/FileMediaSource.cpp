@@ -2,8 +2,10 @@
 
 #include <mutex>
 #include <new>
+#include <string>
 
 #include "MediaTags.h"
+#include "PresentationDescriptor.h"
 #include "PropertyStore.h"
 
 extern "C" {
@@ -57,6 +59,23 @@ public:
     ULONG AddRef() override { return count_.addRef(); }
     ULONG Release() override { return count_.releaseOwner(this); }
 
+    // The streams are probed on the first request only: a source made for its tags never needs it.
+    HRESULT CreatePresentationDescriptor(IMFPresentationDescriptor** descriptor) override {
+        if (descriptor == nullptr) return E_POINTER;
+        *descriptor = nullptr;
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (context_ == nullptr) return MF_E_SHUTDOWN;
+        if (!probed_) {
+            if (avformat_find_stream_info(context_, nullptr) < 0) return MF_E_INVALID_FORMAT;
+            probed_ = true;
+        }
+        // The input was opened as "file:" + path, which keeps a colon in a name from being read
+        // as a protocol.
+        std::string path = context_->url != nullptr ? context_->url : "";
+        if (path.compare(0, 5, "file:") == 0) path.erase(0, 5);
+        return createPresentationDescriptor(*context_, path, descriptor);
+    }
+
     HRESULT Shutdown() override {
         std::lock_guard<std::mutex> lock(mutex_);
         if (context_ == nullptr) return MF_E_SHUTDOWN;
@@ -92,6 +111,7 @@ private:
     std::mutex mutex_;
     AVFormatContext* context_;
     IPropertyStore* store_ = nullptr;
+    bool probed_ = false;
 };
 
 }  // namespace

@@ -95,6 +95,7 @@ HRESULT PropVariantClear(PROPVARIANT* value) {
     if (value == nullptr) return S_OK;
     if (value->vt == VT_LPWSTR) std::free(value->pwszVal);
     if (value->vt == (VT_VECTOR | VT_R8)) std::free(value->cadbl.pElems);
+    if (value->vt == VT_UNKNOWN && value->punkVal != nullptr) value->punkVal->Release();
     PropVariantInit(value);
     return S_OK;
 }

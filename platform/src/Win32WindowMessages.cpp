@@ -1,6 +1,7 @@
 // The main thread's message queue over SDL's event queue. SDL events are translated into a list in
 // arrival order; a retrieval takes the oldest message that passes the filter, dropping those whose
 // window has been destroyed since they were queued.
+#include <atomic>
 #include <deque>
 
 #include "Win32WindowRegistry.h"
@@ -13,6 +14,8 @@ struct Queue {
     bool quitPosted = false;
     int exitCode = 0;
 };
+
+std::atomic<KyWindowPresenter> presenter{nullptr};
 
 Queue& queue() {
     static Queue instance;
@@ -145,9 +148,17 @@ LRESULT DispatchMessageW(const MSG* message) {
     if (window == nullptr) {
         return 0;
     }
+    if (message->message == KY_WM_PRESENT_VIDEO) {
+        if (const KyWindowPresenter present = presenter.load(); present != nullptr) {
+            present(message->hwnd, message->lParam);
+            return 0;
+        }
+    }
     // The procedure may destroy the window; nothing of it is touched after the call.
     return window->procedure(message->hwnd, message->message, message->wParam, message->lParam);
 }
+
+void KyWindow_setPresenter(KyWindowPresenter function) { presenter.store(function); }
 
 void PostQuitMessage(int exitCode) {
     if (!kywindow::onMainThread()) {

@@ -1,0 +1,285 @@
+// NativePlayer's life, state machine and event handling.
+#include "NativePlayer.h"
+
+#include <new>
+
+#include "ErrorText.h"
+
+namespace {
+
+constexpr DWORD kCloseWaitMilliseconds = 1000;
+
+}  // namespace
+
+NativePlayer::NativePlayer(HWND videoWindow, HWND eventWindow, PlayerMessageSink sink)
+    : messageSink(std::move(sink)), videoWindow(videoWindow), eventWindow(eventWindow) {}
+
+HRESULT NativePlayer::createInstance(HWND videoWindow, HWND eventWindow, std::shared_ptr<NativePlayer>* out,
+                                     PlayerMessageSink sink) {
+    if (out == nullptr) return E_POINTER;
+    auto* player = new (std::nothrow) NativePlayer(videoWindow, eventWindow, std::move(sink));
+    if (player == nullptr) return E_OUTOFMEMORY;
+    std::shared_ptr<NativePlayer> handle(player);
+    const HRESULT hr = player->initialize();
+    if (FAILED(hr)) return hr;
+    *out = std::move(handle);
+    return S_OK;
+}
+
+NativePlayer::~NativePlayer() {
+    closeSession();
+    if (closeEvent != nullptr) {
+        CloseHandle(closeEvent);
+        closeEvent = nullptr;
+    }
+    if (platformStarted) MFShutdown();
+}
+
+HRESULT NativePlayer::initialize() {
+    if (closeEvent != nullptr) return MF_E_ALREADY_INITIALIZED;
+    HRESULT hr = MFStartup(MF_VERSION, MFSTARTUP_FULL);
+    if (FAILED(hr)) return hr;
+    platformStarted = true;
+    closeEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    if (closeEvent == nullptr) {
+        const DWORD error = GetLastError();
+        return error > 0 ? MakeHResult(0x80070000u | (error & 0xFFFF)) : static_cast<HRESULT>(error);
+    }
+    return S_OK;
+}
+
+std::wstring NativePlayer::stateName(int32_t state) {
+    switch (state) {
+        case closed: return L"closed";
+        case session_ready: return L"session_ready";
+        case open_pending: return L"open_pending";
+        case ready: return L"ready";
+        case playing: return L"playing";
+        case paused: return L"paused";
+        case stopped: return L"stopped";
+        case ended: return L"ended";
+        case seek_pending: return L"seek_pending";
+        case closing: return L"closing";
+        default: return L"unknown";
+    }
+}
+
+std::wstring NativePlayer::getPlayerState() const { return stateName(state); }
+
+void NativePlayer::setState(State newState) {
+    state = newState;
+    messageSink(stateName(newState), false);
+}
+
+void NativePlayer::reportFailure(HRESULT code) {
+    if (code == MF_E_INVALID_POSITION) {
+        setState(paused);
+    } else if (code != MF_E_SESSION_PAUSEWHILESTOPPED && code != MF_E_INVALIDREQUEST) {
+        messageSink(errorText(code), true);
+    }
+}
+
+HRESULT NativePlayer::closeURL() {
+    if (session == nullptr || source == nullptr) return S_OK;
+    switch (state) {
+        case closed:
+        case closing: return S_OK;
+        case playing: stop(); return closeSession();
+        default: return closeSession();
+    }
+}
+
+HRESULT NativePlayer::shutdown() {
+    const HRESULT hr = closeSession();
+    if (platformStarted) {
+        MFShutdown();
+        platformStarted = false;
+    }
+    if (closeEvent != nullptr) {
+        CloseHandle(closeEvent);
+        closeEvent = nullptr;
+    }
+    return hr;
+}
+
+HRESULT NativePlayer::play() {
+    if (session == nullptr || source == nullptr) return E_UNEXPECTED;
+    switch (state) {
+        case ready:
+        case paused:
+        case stopped:
+        case ended: return startPlayback();
+        case closed:
+        case closing: return E_UNEXPECTED;
+        default: return MF_E_INVALIDREQUEST;
+    }
+}
+
+HRESULT NativePlayer::pause() {
+    if (session == nullptr || source == nullptr) return E_UNEXPECTED;
+    switch (state) {
+        case playing:
+        case seek_pending: return session->Pause();
+        case closed:
+        case closing: return E_UNEXPECTED;
+        default: return MF_E_INVALIDREQUEST;
+    }
+}
+
+HRESULT NativePlayer::stop() {
+    if (session == nullptr || source == nullptr) return E_UNEXPECTED;
+    switch (state) {
+        case playing:
+        case paused: return session->Stop();
+        case closed:
+        case closing: return E_UNEXPECTED;
+        default: return MF_E_INVALIDREQUEST;
+    }
+}
+
+HRESULT NativePlayer::startPlayback() {
+    PROPVARIANT start;
+    PropVariantInit(&start);
+    if (state == ended) {
+        start.vt = VT_I8;
+        start.hVal = 0;
+    }
+    const HRESULT hr = session->Start(&GUID_NULL, &start);
+    PropVariantClear(&start);
+    setState(playing);
+    return hr;
+}
+
+HRESULT NativePlayer::closeSession() {
+    playRate = 1.0f;
+    pausingForEnd = false;
+    SafeRelease(videoDisplay);
+    SafeRelease(rateControl);
+    SafeRelease(clock);
+    HRESULT hr = S_OK;
+    if (session != nullptr) {
+        setState(closing);
+        hr = session->Close();
+        if (SUCCEEDED(hr)) {
+            // A close that times out goes on as if the session had closed.
+            if (closeEvent != nullptr) WaitForSingleObject(closeEvent, kCloseWaitMilliseconds);
+            if (source != nullptr) source->Shutdown();
+            session->Shutdown();
+        }
+    }
+    SafeRelease(source);
+    SafeRelease(session);
+    setState(closed);
+    return hr;
+}
+
+HRESULT NativePlayer::handleEvent(IMFMediaEvent* event) {
+    if (event == nullptr) return E_POINTER;
+    MediaEventType type = 0;
+    HRESULT hr = event->GetType(&type);
+    if (FAILED(hr)) {
+        event->Release();
+        return hr;
+    }
+    HRESULT status = S_OK;
+    hr = event->GetStatus(&status);
+    if (SUCCEEDED(hr) && FAILED(status)) hr = status;
+    if (SUCCEEDED(hr)) {
+        switch (type) {
+            case MESessionStarted:
+            case MESessionScrubSampleComplete: setState(playing); break;
+            case MESessionPaused:
+                if (!pausingForEnd) setState(paused);
+                pausingForEnd = false;
+                break;
+            case MESessionStopped: setState(stopped); break;
+            case MESessionEnded: break;
+            case MESessionTopologyStatus: hr = onTopologyStatus(event); break;
+            case MENewPresentation: hr = onNewPresentation(event); break;
+            case MEEndOfPresentation: hr = onPresentationEnded(event); break;
+            default: hr = onSessionEvent(event, type); break;
+        }
+    }
+    if (FAILED(hr)) reportFailure(hr);
+    event->Release();
+    return hr;
+}
+
+HRESULT NativePlayer::onTopologyStatus(IMFMediaEvent* event) {
+    UINT32 status = MF_TOPOSTATUS_INVALID;
+    const HRESULT read = event->GetUINT32(MF_EVENT_TOPOLOGY_STATUS, &status);
+    if (session == nullptr) return E_UNEXPECTED;
+    if (FAILED(read)) return read;
+    if (status != MF_TOPOSTATUS_READY) return S_OK;
+
+    SafeRelease(videoDisplay);
+    MFGetService(session, MR_VIDEO_RENDER_SERVICE, IID_IMFVideoDisplayControl, reinterpret_cast<void**>(&videoDisplay));
+    SafeRelease(rateControl);
+    if (SUCCEEDED(MFGetService(session, MF_RATE_CONTROL_SERVICE, IID_IMFRateControl,
+                               reinterpret_cast<void**>(&rateControl)))) {
+        float rate = 0.0f;
+        if (SUCCEEDED(rateControl->GetRate(nullptr, &rate))) playRate = rate;
+    }
+    setState(ready);
+    SafeRelease(clock);
+    return session->GetClock(&clock);
+}
+
+HRESULT NativePlayer::onPresentationEnded(IMFMediaEvent*) {
+    // An event posted before a close and handled after it finds no session.
+    if (session == nullptr) return S_OK;
+    pausingForEnd = true;
+    const HRESULT hr = session->Pause();
+    setState(ended);
+    return hr;
+}
+
+HRESULT NativePlayer::onSessionEvent(IMFMediaEvent*, MediaEventType) { return S_OK; }
+
+HRESULT NativePlayer::QueryInterface(REFIID riid, void** ppv) {
+    if (ppv == nullptr) return E_POINTER;
+    if (riid != IID_IUnknown && riid != IID_IMFAsyncCallback) {
+        *ppv = nullptr;
+        return E_NOINTERFACE;
+    }
+    *ppv = static_cast<IMFAsyncCallback*>(this);
+    AddRef();
+    return S_OK;
+}
+
+ULONG NativePlayer::AddRef() { return ++refCount; }
+
+// The first reference is never given back while the object lives (the shared handle owns the
+// object), so the session's releases cannot reach zero.
+ULONG NativePlayer::Release() {
+    const ULONG count = --refCount;
+    if (count == 0) delete this;
+    return count;
+}
+
+HRESULT NativePlayer::GetParameters(DWORD*, DWORD*) { return E_NOTIMPL; }
+
+HRESULT NativePlayer::Invoke(IMFAsyncResult* result) {
+    IMFMediaSession* current = session;
+    if (current == nullptr) return S_OK;
+    IMFMediaEvent* event = nullptr;
+    if (FAILED(current->EndGetEvent(result, &event))) return S_OK;
+    MediaEventType type = 0;
+    if (SUCCEEDED(event->GetType(&type))) {
+        if (type == MESessionClosed) {
+            SetEvent(closeEvent);
+        } else {
+            if (state != closing) {
+                event->AddRef();
+                // A message that cannot be posted would never give its reference back.
+                if (!PostMessageW(eventWindow, kPlayerEventMessage, reinterpret_cast<WPARAM>(event),
+                                  static_cast<LPARAM>(type))) {
+                    event->Release();
+                }
+            }
+            current->BeginGetEvent(this, nullptr);
+        }
+    }
+    event->Release();
+    return S_OK;
+}

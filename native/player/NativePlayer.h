@@ -1,0 +1,107 @@
+/* NativePlayer: the playback engine. One object plays one URL at a time into one window through a
+ * media session; it owns the session, the source and the session's services, it is the session's
+ * event callback, and it keeps the player's state. It knows nothing of Lua: its operations run on
+ * the main thread and it answers only through its PlayerMessageSink (a state name, or an error
+ * text). Invoke alone runs on a work-queue thread: it posts each event to eventWindow as message
+ * kPlayerEventMessage, whose handling on the main thread calls handleEvent. Operations return
+ * HRESULTs and never throw; a request the state does not accept does nothing and reports nothing. */
+#ifndef VIDEO_TOOLKIT_NATIVE_PLAYER_H
+#define VIDEO_TOOLKIT_NATIVE_PLAYER_H
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "KyImage.h"
+#include "MediaSession.h"
+
+/* wParam: the IMFMediaEvent with one reference, which handleEvent releases; lParam: its type. */
+constexpr UINT kPlayerEventMessage = 1725;
+
+/* The one way out: (text, isError); false means text is a state name. */
+typedef std::function<void(const std::wstring&, bool)> PlayerMessageSink;
+
+class NativePlayer : public IMFAsyncCallback {
+public:
+    enum State {
+        closed = 0, session_ready = 1, open_pending = 2, ready = 3, playing = 4, paused = 5, stopped = 6,
+        ended = 7, seek_pending = 9, closing = 10,
+    };
+
+    /* Makes and initialises a player; out is set on success only. */
+    static HRESULT createInstance(HWND videoWindow, HWND eventWindow, std::shared_ptr<NativePlayer>* out,
+                                  PlayerMessageSink sink);
+    virtual ~NativePlayer();
+
+    HRESULT initialize();
+    HRESULT openURL(const std::wstring& url);
+    HRESULT closeURL();
+    HRESULT shutdown();
+    HRESULT play();
+    HRESULT pause();
+    HRESULT stop();
+    HRESULT handleEvent(IMFMediaEvent* event);
+    std::wstring getPlayerState() const;
+    HRESULT setPosition(LONGLONG position);
+    LONGLONG currentTime();
+    LONGLONG duration();
+    HRESULT beginScrubbing();
+    HRESULT endScrubbing();
+    HRESULT resizeVideo(uint16_t width, uint16_t height);
+    HRESULT repaintVideo();
+    HRESULT getVideoPosition(RECT* rect);
+    HRESULT setPosterFrame(RCPtr<KyImage> image);
+
+    /* The name of a state number; "unknown" outside the table. */
+    static std::wstring stateName(int32_t state);
+
+    HRESULT QueryInterface(REFIID riid, void** ppv) override;
+    ULONG AddRef() override;
+    ULONG Release() override;
+    HRESULT GetParameters(DWORD* flags, DWORD* queue) override;
+    HRESULT Invoke(IMFAsyncResult* result) override;
+
+protected:
+    virtual HRESULT onTopologyStatus(IMFMediaEvent* event);
+    virtual HRESULT onPresentationEnded(IMFMediaEvent* event);
+    virtual HRESULT onNewPresentation(IMFMediaEvent* event);
+    virtual HRESULT onSessionEvent(IMFMediaEvent* event, MediaEventType eventType);
+
+private:
+    NativePlayer(HWND videoWindow, HWND eventWindow, PlayerMessageSink sink);
+
+    HRESULT createSession();
+    HRESULT createMediaSource(const std::wstring& url, IMFMediaSource** source);
+    HRESULT createPlaybackTopology(IMFMediaSource* source, IMFPresentationDescriptor* descriptor, HWND window,
+                                   IMFTopology** topology);
+    HRESULT addBranchToTopology(IMFTopology* topology, IMFMediaSource* source, IMFPresentationDescriptor* descriptor,
+                                DWORD index, HWND window);
+    HRESULT addSourceNode(IMFTopology* topology, IMFMediaSource* source, IMFPresentationDescriptor* descriptor,
+                          IMFStreamDescriptor* streamDescriptor, IMFTopologyNode** node);
+    HRESULT addOutputNode(IMFTopology* topology, IMFStreamDescriptor* streamDescriptor, HWND window,
+                          IMFTopologyNode** node);
+    HRESULT startPlayback();
+    HRESULT closeSession();
+    void setState(State state);
+    void reportFailure(HRESULT code);
+
+    // First, so that it is destroyed last: the destructor's close still reports through it.
+    PlayerMessageSink messageSink;
+    std::atomic<ULONG> refCount{1};
+    IMFMediaSession* session = nullptr;
+    IMFMediaSource* source = nullptr;
+    IMFVideoDisplayControl* videoDisplay = nullptr;
+    IMFClock* clock = nullptr;
+    IMFRateControl* rateControl = nullptr;
+    HWND videoWindow;
+    HWND eventWindow;
+    // Read without a lock by Invoke, to drop events while closing.
+    std::atomic<int32_t> state{closed};
+    HANDLE closeEvent = nullptr;
+    float playRate = 1.0f;
+    bool pausingForEnd = false;
+    bool platformStarted = false;
+};
+
+#endif

@@ -1,0 +1,172 @@
+/* The Media Foundation playback pipeline the toolkit drives, under its published names: the media
+ * session with its event generator, topologies of source and output nodes, presentation
+ * descriptors, renderer activation objects, the presentation clock, rate control (rate 0 is
+ * scrubbing) and the video display control. Backed by FFmpeg (demux, decode on threads of the
+ * engine), SDL2 audio (the master clock; the dummy driver where no device exists) and the windows
+ * of Win32Window.h (video drawn into the destination rectangle, aspect ratio kept).
+ *
+ * Ownership follows COM. Threads: the session's methods may be called from one thread at a time
+ * (the application's main thread); IMFAsyncCallback::Invoke runs on a work-queue thread of this
+ * layer; video is presented on the main thread through the window's message dispatch. Memory
+ * stays bounded whatever the media's length. Failures are HRESULTs; nothing here throws. */
+#ifndef KY_MEDIA_SESSION_H
+#define KY_MEDIA_SESSION_H
+
+#include "MediaFoundation.h"
+#include "Win32Window.h"
+
+typedef DWORD MediaEventType;
+enum : MediaEventType {
+    MESessionStarted = 103,
+    MESessionPaused = 104,
+    MESessionStopped = 105,
+    MESessionClosed = 106,
+    MESessionEnded = 107,
+    MESessionRateChanged = 108,
+    MESessionScrubSampleComplete = 109,
+    MESessionTopologyStatus = 111,
+    MENewPresentation = 113,
+    MEEndOfPresentation = 211,
+};
+
+enum MF_TOPOSTATUS { MF_TOPOSTATUS_INVALID = 0, MF_TOPOSTATUS_READY = 100, MF_TOPOSTATUS_STARTED_SOURCE = 200,
+                     MF_TOPOSTATUS_ENDED = 400 };
+enum MF_TOPOLOGY_TYPE { MF_TOPOLOGY_OUTPUT_NODE = 0, MF_TOPOLOGY_SOURCESTREAM_NODE = 1 };
+
+constexpr ULONG MF_VERSION = 0x00020070;
+constexpr DWORD MFSTARTUP_FULL = 0;
+constexpr HRESULT MF_E_ALREADY_INITIALIZED = MakeHResult(0xC00D4650);
+constexpr HRESULT MF_E_UNEXPECTED = MakeHResult(0xC00D36BB);
+
+extern const GUID MF_EVENT_TOPOLOGY_STATUS;         // UINT32 on MESessionTopologyStatus
+extern const GUID MF_TOPONODE_SOURCE;               // IUnknown: the IMFMediaSource
+extern const GUID MF_TOPONODE_PRESENTATION_DESCRIPTOR;
+extern const GUID MF_TOPONODE_STREAM_DESCRIPTOR;
+extern const GUID MF_TOPONODE_STREAMID;             // UINT32
+extern const GUID MF_TOPONODE_NOSHUTDOWN_ON_REMOVE; // UINT32
+extern const GUID MR_VIDEO_RENDER_SERVICE;
+extern const GUID MF_RATE_CONTROL_SERVICE;
+extern const IID IID_IMFAsyncCallback;
+extern const IID IID_IMFMediaEventGenerator;
+extern const IID IID_IMFMediaSession;
+extern const IID IID_IMFPresentationDescriptor;
+extern const IID IID_IMFVideoDisplayControl;
+extern const IID IID_IMFRateControl;
+
+struct IMFAsyncResult : IUnknown {
+    virtual HRESULT GetState(IUnknown** state) = 0;
+    virtual HRESULT GetStatus() = 0;
+};
+
+struct IMFAsyncCallback : IUnknown {
+    virtual HRESULT GetParameters(DWORD* flags, DWORD* queue) = 0;
+    virtual HRESULT Invoke(IMFAsyncResult* result) = 0;
+};
+
+/* An event: its type, its status (a failure for a failed operation), its value and attributes. */
+struct IMFMediaEvent : IMFAttributes {
+    virtual HRESULT GetType(MediaEventType* type) = 0;
+    virtual HRESULT GetStatus(HRESULT* status) = 0;
+    /* A copy the caller clears with PropVariantClear. */
+    virtual HRESULT GetValue(PROPVARIANT* value) = 0;
+};
+
+/* One event request at a time: BeginGetEvent arms it, Invoke of the callback follows on a
+ * work-queue thread when an event is queued, and EndGetEvent in that Invoke gives the event. */
+struct IMFMediaEventGenerator : IUnknown {
+    virtual HRESULT BeginGetEvent(IMFAsyncCallback* callback, IUnknown* state) = 0;
+    virtual HRESULT EndGetEvent(IMFAsyncResult* result, IMFMediaEvent** event) = 0;
+};
+
+struct IMFMediaTypeHandler : IUnknown {
+    virtual HRESULT GetMajorType(GUID* majorType) = 0;
+    virtual HRESULT GetCurrentMediaType(IMFMediaType** mediaType) = 0;
+};
+
+struct IMFStreamDescriptor : IMFAttributes {
+    virtual HRESULT GetStreamIdentifier(DWORD* identifier) = 0;
+    virtual HRESULT GetMediaTypeHandler(IMFMediaTypeHandler** handler) = 0;
+};
+
+/* The streams of a source and which are selected (the first video and first audio stream).
+ * MF_PD_DURATION holds the duration in 100 ns units. */
+struct IMFPresentationDescriptor : IMFAttributes {
+    virtual HRESULT GetStreamDescriptorCount(DWORD* count) = 0;
+    virtual HRESULT GetStreamDescriptorByIndex(DWORD index, BOOL* selected, IMFStreamDescriptor** descriptor) = 0;
+};
+
+struct IMFActivate : IMFAttributes {
+    virtual HRESULT ActivateObject(REFIID riid, void** ppv) = 0;
+};
+
+struct IMFTopologyNode : IMFAttributes {
+    virtual HRESULT SetObject(IUnknown* object) = 0;
+    virtual HRESULT GetObject(IUnknown** object) = 0;
+    virtual HRESULT GetNodeType(MF_TOPOLOGY_TYPE* type) = 0;
+    virtual HRESULT ConnectOutput(DWORD outputIndex, IMFTopologyNode* downstream, DWORD inputIndex) = 0;
+};
+
+struct IMFTopology : IMFAttributes {
+    virtual HRESULT AddNode(IMFTopologyNode* node) = 0;
+    virtual HRESULT GetNodeCount(WORD* count) = 0;
+};
+
+struct IMFClock : IUnknown {
+    /* The presentation time in 100 ns units, and the system time it was read at. */
+    virtual HRESULT GetCorrelatedTime(DWORD reserved, LONGLONG* clockTime, MFTIME* systemTime) = 0;
+};
+
+struct IMFRateControl : IUnknown {
+    /* 0.0 is scrubbing: the clock stands and each Start shows the frame at its position, followed
+     * by MESessionScrubSampleComplete. MESessionRateChanged reports the change. */
+    virtual HRESULT SetRate(BOOL thin, float rate) = 0;
+    virtual HRESULT GetRate(BOOL* thin, float* rate) = 0;
+};
+
+struct MFVideoNormalizedRect {
+    float left;
+    float top;
+    float right;
+    float bottom;
+};
+
+enum MFVideoAspectRatioMode { MFVideoARMode_None = 0, MFVideoARMode_PreservePicture = 1 };
+
+/* The video renderer's display: the picture goes into the destination rectangle of the window,
+ * letterboxed to keep its display aspect ratio (pixel aspect and rotation applied). */
+struct IMFVideoDisplayControl : IUnknown {
+    virtual HRESULT GetNativeVideoSize(SIZE* video, SIZE* aspectRatio) = 0;
+    virtual HRESULT SetVideoWindow(HWND window) = 0;
+    virtual HRESULT SetVideoPosition(const MFVideoNormalizedRect* source, const RECT* destination) = 0;
+    virtual HRESULT GetVideoPosition(MFVideoNormalizedRect* source, RECT* destination) = 0;
+    virtual HRESULT RepaintVideo() = 0;
+    virtual HRESULT SetAspectRatioMode(DWORD mode) = 0;
+    virtual HRESULT GetAspectRatioMode(DWORD* mode) = 0;
+};
+
+/* Plays one topology at a time. SetTopology resolves it (decoders are added) and queues
+ * MESessionTopologyStatus with MF_TOPOSTATUS_READY, or the failure as the event's status. Start
+ * with an empty position resumes, with VT_I8 seeks (MF_E_INVALID_POSITION past the end);
+ * MEEndOfPresentation comes at the end; Close queues MESessionClosed. */
+struct IMFMediaSession : IMFMediaEventGenerator {
+    virtual HRESULT SetTopology(DWORD flags, IMFTopology* topology) = 0;
+    virtual HRESULT Start(const GUID* timeFormat, const PROPVARIANT* position) = 0;
+    virtual HRESULT Pause() = 0;
+    virtual HRESULT Stop() = 0;
+    virtual HRESULT Close() = 0;
+    virtual HRESULT Shutdown() = 0;
+    virtual HRESULT GetClock(IMFClock** clock) = 0;
+};
+
+HRESULT MFStartup(ULONG version, DWORD flags);
+HRESULT MFShutdown();
+HRESULT MFCreateMediaSession(IMFAttributes* configuration, IMFMediaSession** session);
+HRESULT MFCreateTopology(IMFTopology** topology);
+HRESULT MFCreateTopologyNode(MF_TOPOLOGY_TYPE type, IMFTopologyNode** node);
+HRESULT MFCreateVideoRendererActivate(HWND window, IMFActivate** activate);
+HRESULT MFCreateAudioRendererActivate(IMFActivate** activate);
+/* The service of an object that has one (the session: MR_VIDEO_RENDER_SERVICE once a topology
+ * with video is ready, MF_RATE_CONTROL_SERVICE); MF_E_UNSUPPORTED_SERVICE-like E_NOINTERFACE. */
+HRESULT MFGetService(IUnknown* object, REFGUID service, REFIID riid, void** ppv);
+
+#endif

@@ -1,0 +1,45 @@
+// The audio decoding of the playback engine: packets of the audio stream in, samples resampled by
+// libswresample to the output format out, from the seek target on.
+#ifndef KY_PLATFORM_AUDIO_DECODER_H
+#define KY_PLATFORM_AUDIO_DECODER_H
+
+#include <memory>
+
+#include "PlaybackTypes.h"
+
+struct AVStream;
+struct SwrContext;
+
+namespace kyplatform {
+
+class AudioDecoder {
+public:
+    /* MF_E_TOPO_CODEC_NOT_FOUND when no decoder for the stream opens. */
+    static HRESULT create(AVStream& stream, SeekState& seek, BoundedQueue<Packet>& packets,
+                          BoundedQueue<AudioChunk>& chunks, EndMark& end, std::unique_ptr<AudioDecoder>* decoder);
+    ~AudioDecoder();
+
+    /* The decoding thread's body: returns when the packet queue is closed. */
+    void run();
+
+private:
+    AudioDecoder(SeekState& seek, BoundedQueue<Packet>& packets, BoundedQueue<AudioChunk>& chunks, EndMark& end)
+        : seek_(seek), packets_(packets), chunks_(chunks), end_(end) {}
+    void receiveFrames();
+    void emit(const AVFrame& frame);
+
+    SeekState& seek_;
+    BoundedQueue<Packet>& packets_;
+    BoundedQueue<AudioChunk>& chunks_;
+    EndMark& end_;
+    AVCodecContext* decoder_ = nullptr;
+    SwrContext* resampler_ = nullptr;
+    AVFrame* frame_ = nullptr;
+    unsigned generation_ = 0;
+    AVRational timeBase_{0, 1};
+    LONGLONG nextTime_ = 0;  // for frames without a timestamp
+};
+
+}  // namespace kyplatform
+
+#endif
