@@ -19,20 +19,30 @@ HRESULT NativePlayer::createInstance(HWND videoWindow, HWND eventWindow, std::sh
     if (out == nullptr) return E_POINTER;
     auto* player = new (std::nothrow) NativePlayer(videoWindow, eventWindow, std::move(sink));
     if (player == nullptr) return E_OUTOFMEMORY;
-    std::shared_ptr<NativePlayer> handle(player);
+    // The last handle tears the player down and gives up the first COM reference; the memory goes
+    // with the last reference, which a session's event job on the work queue may still hold.
+    std::shared_ptr<NativePlayer> handle(player, [](NativePlayer* owned) {
+        owned->teardown();
+        owned->Release();
+    });
     const HRESULT hr = player->initialize();
     if (FAILED(hr)) return hr;
     *out = std::move(handle);
     return S_OK;
 }
 
-NativePlayer::~NativePlayer() {
+NativePlayer::~NativePlayer() = default;
+
+void NativePlayer::teardown() {
     closeSession();
     if (closeEvent != nullptr) {
         CloseHandle(closeEvent);
         closeEvent = nullptr;
     }
-    if (platformStarted) MFShutdown();
+    if (platformStarted) {
+        MFShutdown();
+        platformStarted = false;
+    }
 }
 
 HRESULT NativePlayer::initialize() {
@@ -249,8 +259,7 @@ HRESULT NativePlayer::QueryInterface(REFIID riid, void** ppv) {
 
 ULONG NativePlayer::AddRef() { return ++refCount; }
 
-// The first reference is never given back while the object lives (the shared handle owns the
-// object), so the session's releases cannot reach zero.
+// The first reference is given back only by the last shared handle, after teardown.
 ULONG NativePlayer::Release() {
     const ULONG count = --refCount;
     if (count == 0) delete this;

@@ -32,7 +32,6 @@ public:
     /* Makes and initialises a player; out is set on success only. */
     static HRESULT createInstance(HWND videoWindow, HWND eventWindow, std::shared_ptr<NativePlayer>* out,
                                   PlayerMessageSink sink);
-    virtual ~NativePlayer();
 
     HRESULT initialize();
     HRESULT openURL(const std::wstring& url);
@@ -70,6 +69,9 @@ protected:
 
 private:
     NativePlayer(HWND videoWindow, HWND eventWindow, PlayerMessageSink sink);
+    virtual ~NativePlayer();
+    /* What ending the player means: closeSession, the close event, the platform's shutdown. */
+    void teardown();
 
     HRESULT createSession();
     HRESULT createMediaSource(const std::wstring& url, IMFMediaSource** source);

@@ -136,6 +136,35 @@ TEST_F(NativePlayerTest, AMissingFileReportsItsCauseAndLeavesThePlayerUsable) {
     EXPECT_TRUE(pumpUntil(L"ready"));
 }
 
+TEST_F(NativePlayerTest, PauseStopAndPlayAgain) {
+    const std::string path = clip();
+    player->openURL(std::wstring(path.begin(), path.end()));
+    ASSERT_TRUE(pumpUntil(L"ready"));
+    player->play();
+    ASSERT_TRUE(pumpUntil(L"playing", 2));
+    messages.clear();
+    EXPECT_EQ(player->play(), MF_E_INVALIDREQUEST);
+    player->pause();
+    ASSERT_TRUE(pumpUntil(L"paused"));
+    EXPECT_EQ(player->pause(), MF_E_INVALIDREQUEST);
+    player->stop();
+    ASSERT_TRUE(pumpUntil(L"stopped"));
+    player->play();
+    ASSERT_TRUE(pumpUntil(L"playing", 2));
+    const std::vector<std::wstring> expected = {L"paused", L"stopped", L"playing", L"playing"};
+    EXPECT_EQ(states(), expected);
+}
+
+TEST_F(NativePlayerTest, ACorruptFileReportsItsCause) {
+    const std::string path = testmedia::make("player_random.mp4", "-f lavfi -i anoisesrc=d=0.1 -f u8") ;
+    ASSERT_FALSE(path.empty());
+    player->openURL(std::wstring(path.begin(), path.end()));
+    ASSERT_EQ(messages.size(), 3u);
+    EXPECT_EQ(messages[1].text, L"closed");
+    EXPECT_TRUE(messages[2].isError);
+    EXPECT_EQ(messages[2].text, L"The byte stream type of the given URL is unsupported.");
+}
+
 TEST_F(NativePlayerTest, RequestsTheStateDoesNotAcceptDoNothing) {
     EXPECT_EQ(player->play(), E_UNEXPECTED);
     EXPECT_EQ(player->pause(), E_UNEXPECTED);
