@@ -133,7 +133,9 @@ struct MFVideoNormalizedRect {
 enum MFVideoAspectRatioMode { MFVideoARMode_None = 0, MFVideoARMode_PreservePicture = 1 };
 
 /* The video renderer's display: the picture goes into the destination rectangle of the window,
- * letterboxed to keep its display aspect ratio (pixel aspect and rotation applied). */
+ * letterboxed to keep its display aspect ratio (pixel aspect and rotation applied). Either
+ * rectangle of Set/GetVideoPosition may be null (E_POINTER when both are); a destination never set
+ * is the window's client area. Main thread. */
 struct IMFVideoDisplayControl : IUnknown {
     virtual HRESULT GetNativeVideoSize(SIZE* video, SIZE* aspectRatio) = 0;
     virtual HRESULT SetVideoWindow(HWND window) = 0;

@@ -8,8 +8,9 @@ namespace kyplatform {
 namespace {
 
 const IID kIidClock = {0x5d8a31f0, 0x2c49, 0x4e7b, {0xa1, 0x6f, 0x90, 0x3e, 0x4b, 0x7c, 0x22, 0xd8}};
-// Audio callbacks arrive in bursts; smaller differences are scheduling noise, not drift.
-constexpr LONGLONG kJitter = 400000;
+// Audio callbacks arrive in bursts, so a small difference is closed by halves over a few callbacks
+// (which smooths the noise away); a jump this large is taken at once.
+constexpr LONGLONG kJump = 1000000;
 
 }  // namespace
 
@@ -78,11 +79,10 @@ void PresentationClock::follow(LONGLONG position) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!running_) return;
     const LONGLONG system = systemTime();
-    const LONGLONG drift = positionLocked(system) - position;
-    if (drift > kJitter || drift < -kJitter) {
-        base_ = position;
-        baseSystem_ = system;
-    }
+    const LONGLONG current = positionLocked(system);
+    const LONGLONG drift = current - position;
+    base_ = drift > kJump || drift < -kJump ? position : current - drift / 2;
+    baseSystem_ = system;
 }
 
 }  // namespace kyplatform

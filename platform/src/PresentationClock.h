@@ -27,7 +27,7 @@ public:
     void setRunning(bool running);
     bool running();
     void setRate(float rate);
-    /* Audio heard at position: the clock follows it when it has drifted off by more than jitter. */
+    /* Audio heard at position: the clock closes half the difference, or jumps when it is large. */
     void follow(LONGLONG position);
 
 private:

@@ -110,9 +110,11 @@ HRESULT VideoRenderer::SetVideoPosition(const MFVideoNormalizedRect* source, con
 }
 
 HRESULT VideoRenderer::GetVideoPosition(MFVideoNormalizedRect* source, RECT* destination) {
-    if (source == nullptr || destination == nullptr) return E_POINTER;
+    // Either may be left out; the player asks for the destination alone.
+    if (source == nullptr && destination == nullptr) return E_POINTER;
     std::lock_guard<std::mutex> lock(mutex_);
-    *source = source_;
+    if (source != nullptr) *source = source_;
+    if (destination == nullptr) return S_OK;
     if (hasDestination_) {
         *destination = destination_;
     } else if (!GetClientRect(window_, destination)) {

@@ -2,8 +2,14 @@
 // and handed to handleEvent by the window procedure on this (main) thread.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <fstream>
 #include <thread>
 #include <vector>
 
@@ -72,12 +78,16 @@ protected:
         DestroyWindow(window);
     }
 
-    // Runs the main loop until `text` has come `count` times, or a generous bound passes.
-    bool pumpUntil(const std::wstring& text, int count = 1) {
+    // Runs the main loop until `text` has come `count` times, or a generous bound passes;
+    // afterPicture runs each time a video picture has been drawn.
+    bool pumpUntil(const std::wstring& text, int count = 1, const std::function<void()>& afterPicture = {}) {
         const auto deadline = Clock::now() + std::chrono::seconds(10);
         while (Clock::now() < deadline) {
             MSG message;
-            while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
+            while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+                DispatchMessageW(&message);
+                if (message.message == KY_WM_PRESENT_VIDEO && afterPicture) afterPicture();
+            }
             int seen = 0;
             for (const auto& m : messages) seen += m.text == text ? 1 : 0;
             if (seen >= count) return true;
@@ -90,6 +100,12 @@ protected:
         std::vector<std::wstring> names;
         for (const auto& m : messages) names.push_back(m.isError ? L"error: " + m.text : m.text);
         return names;
+    }
+
+    void open(const std::string& path) {
+        ASSERT_FALSE(path.empty());
+        player->openURL(std::wstring(path.begin(), path.end()));
+        ASSERT_TRUE(pumpUntil(L"ready"));
     }
 
     std::string clip() {
@@ -187,6 +203,166 @@ TEST_F(NativePlayerTest, APausedSeekShowsTheFrameAtThatTime) {
     player->setPosition(12500000);
     ASSERT_TRUE(pumpUntil(L"playing", 2));
     EXPECT_EQ(frameNumberShown(window), 31);
+}
+
+TEST_F(NativePlayerTest, ResizingKeepsTheShapeAndRepaintRedrawsTheLastPicture) {
+    open(clip());
+    ASSERT_EQ(player->beginScrubbing(), S_OK);
+    messages.clear();
+    player->setPosition(4000000);  // frame 10
+    ASSERT_TRUE(pumpUntil(L"playing", 2));
+    // A 4:3 picture in a 320 by 120 rectangle is 160 by 120, with black bars left and right.
+    player->resizeVideo(320, 120);
+    player->repaintVideo();
+    RECT position{};
+    player->getVideoPosition(&position);
+    EXPECT_EQ(position.right, 320);
+    EXPECT_EQ(position.bottom, 120);
+    std::vector<uint32_t> pixels;
+    int width = 0;
+    int height = 0;
+    ASSERT_TRUE(KyWindow_readPixels(window, &pixels, &width, &height));
+    const auto at = [&](int x, int y) { return pixels[static_cast<size_t>(y) * width + x] & 0xFFFFFF; };
+    EXPECT_EQ(at(40, 30), 0u) << "bar";
+    EXPECT_EQ(at(280, 30), 0u) << "bar";
+    EXPECT_GT((at(160, 10) >> 16) & 0xFF, 200u) << "red picture above the band";
+    EXPECT_EQ(at(160, 200), 0u) << "below the rectangle";
+    int number = 0;
+    for (int bit = 0; bit < 10; ++bit) number = number * 2 + ((at(80 + (bit * 2 + 1) * 8, 60) & 0xFF) > 128 ? 1 : 0);
+    EXPECT_EQ(number, 10);
+}
+
+TEST_F(NativePlayerTest, FilesWithOneKindOfStreamPlayToTheEnd) {
+    const struct {
+        const char* name;
+        const char* arguments;
+    } files[] = {
+        {"player_video_only.mp4", "-f lavfi -i testsrc2=s=160x120:r=25:d=1 -c:v libx264 -pix_fmt yuv420p"},
+        {"player_audio_only.m4a", "-f lavfi -i sine=f=440:d=1 -c:a aac"},
+    };
+    for (const auto& file : files) {
+        SCOPED_TRACE(file.name);
+        messages.clear();
+        open(testmedia::make(file.name, file.arguments));
+        player->play();
+        ASSERT_TRUE(pumpUntil(L"ended"));
+        EXPECT_EQ(player->currentTime(), player->duration());
+        player->closeURL();
+        ASSERT_TRUE(pumpUntil(L"closed"));
+        const std::vector<std::wstring> expected = {L"session_ready", L"open_pending", L"ready", L"playing",
+                                                    L"playing", L"ended", L"closing", L"closed"};
+        EXPECT_EQ(states(), expected);
+    }
+}
+
+TEST_F(NativePlayerTest, PlayAfterTheEndStartsAgainFromTheBeginning) {
+    open(clip());
+    player->play();
+    ASSERT_TRUE(pumpUntil(L"ended"));
+    messages.clear();
+    player->play();
+    ASSERT_TRUE(pumpUntil(L"playing", 2));
+    EXPECT_LT(player->currentTime(), 10000000);
+    ASSERT_TRUE(pumpUntil(L"ended"));
+    EXPECT_EQ(player->currentTime(), player->duration());
+}
+
+// The shown picture and the sound agree: SDL's disk audio driver writes what the audio callback
+// hands out to a file, so the file's length when a flash is drawn tells what was being heard.
+TEST_F(NativePlayerTest, FlashesAndBeepsStayTogether) {
+    const std::string path = testmedia::make(
+        "player_flash_beep.mp4",
+        "-f lavfi -i \"color=c=black:s=160x120:r=25:d=3,drawbox=c=white:t=fill:enable='eq(mod(n,25),0)'\" "
+        "-f lavfi -i \"aevalsrc='if(lt(mod(t,1),0.05),0.8*sin(2*PI*1000*t),0)':s=48000:d=3\" "
+        "-c:v libx264 -pix_fmt yuv420p -c:a aac -ar 48000");
+    const std::string capture = std::filesystem::absolute("player_capture.raw").string();
+    std::filesystem::remove(capture);
+    setenv("SDL_AUDIODRIVER", "disk", 1);
+    setenv("SDL_DISKAUDIOFILE", capture.c_str(), 1);
+    open(path);
+    player->play();
+    std::vector<long long> heardAtFlash;
+    bool white = true;
+    ASSERT_TRUE(pumpUntil(L"ended", 1, [&] {
+        std::vector<uint32_t> pixels;
+        int width = 0;
+        int height = 0;
+        if (!KyWindow_readPixels(window, &pixels, &width, &height) || width == 0) return;
+        const bool nowWhite = (pixels[static_cast<size_t>(height / 2) * width + width / 2] & 0xFF) > 128;
+        struct stat status {};
+        if (nowWhite && !white && stat(capture.c_str(), &status) == 0) heardAtFlash.push_back(status.st_size);
+        white = nowWhite;
+    }));
+    player->closeURL();
+    setenv("SDL_AUDIODRIVER", "dummy", 1);
+
+    std::ifstream in(capture, std::ios::binary);
+    const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const auto* stereo = reinterpret_cast<const int16_t*>(bytes.data());
+    const size_t frames = bytes.size() / 4;
+    std::vector<long long> beepStarts;  // in bytes of the capture
+    size_t quiet = 0;
+    for (size_t i = 0; i < frames; ++i) {
+        if (std::abs(stereo[i * 2]) > 8000) {
+            if (quiet > 24000) beepStarts.push_back(static_cast<long long>(i) * 4);
+            quiet = 0;
+        } else {
+            ++quiet;
+        }
+    }
+    // The beeps at 1 s and 2 s against the flashes at 1 s and 2 s; one device buffer of 1024
+    // frames was still waiting to be heard when the file had grown.
+    ASSERT_EQ(heardAtFlash.size(), 2u);
+    ASSERT_GE(beepStarts.size(), 2u);
+    const long long bytesPerSecond = 48000 * 4;
+    for (size_t k = 0; k < 2; ++k) {
+        const long long heard = heardAtFlash[k] - 1024 * 4;
+        const double offBy = static_cast<double>(heard - beepStarts[beepStarts.size() - 2 + k]) / bytesPerSecond;
+        EXPECT_LT(std::abs(offBy), 0.040) << "flash " << k + 1 << " off by " << offBy << " s";
+    }
+}
+
+// Counts what a leak would grow: threads, open files and resident memory of this process.
+struct ProcessUse {
+    size_t threads = 0;
+    size_t files = 0;
+    long long residentKiB = 0;
+
+    static ProcessUse now() {
+        ProcessUse use;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) use.threads += entry.exists() ? 1 : 0;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) use.files += entry.exists() ? 1 : 0;
+        std::ifstream statm("/proc/self/statm");
+        long long size = 0;
+        long long resident = 0;
+        statm >> size >> resident;
+        use.residentKiB = resident * (sysconf(_SC_PAGESIZE) / 1024);
+        return use;
+    }
+};
+
+TEST_F(NativePlayerTest, ManyCyclesLeaveThreadsFilesAndMemoryFlat) {
+    const std::string path = clip();
+    const auto cycle = [&] {
+        messages.clear();
+        open(path);
+        player->play();
+        ASSERT_TRUE(pumpUntil(L"playing", 2));
+        player->setPosition(12000000);
+        ASSERT_TRUE(pumpUntil(L"playing", 3));
+        player->closeURL();
+        ASSERT_TRUE(pumpUntil(L"closed"));
+    };
+    for (int i = 0; i < 10; ++i) cycle();
+    const ProcessUse before = ProcessUse::now();
+    for (int i = 0; i < 200; ++i) {
+        cycle();
+        if (HasFatalFailure()) return;
+    }
+    const ProcessUse after = ProcessUse::now();
+    EXPECT_EQ(after.threads, before.threads);
+    EXPECT_EQ(after.files, before.files);
+    EXPECT_LT(after.residentKiB - before.residentKiB, 8 * 1024) << before.residentKiB << " KiB before";
 }
 
 TEST(NativePlayerStates, NamesOfEveryNumber) {
