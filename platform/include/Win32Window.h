@@ -115,6 +115,8 @@ constexpr UINT VK_RIGHT = 0x27;
 constexpr UINT VK_DOWN = 0x28;
 constexpr UINT VK_DELETE = 0x2E;
 constexpr UINT VK_F1 = 0x70;
+constexpr UINT VK_OEM_COMMA = 0xBC;
+constexpr UINT VK_OEM_PERIOD = 0xBE;
 
 constexpr DWORD WS_OVERLAPPEDWINDOW = 0x00CF0000;
 constexpr DWORD WS_VISIBLE = 0x10000000;

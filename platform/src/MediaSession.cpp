@@ -141,10 +141,10 @@ public:
         state_ = State::Started;
         if (seeking || state == State::Stopped || state == State::Ended) {
             const LONGLONG target = seeking ? position->hVal : 0;
-            engine_->seek(target);
+            engine_->seek(target, rate_ == 0.0f);
             clock_->setPosition(target);
             scheduler_->preroll(true, rate_ == 0.0f);
-        } else {
+        } else if (!resumeFlow()) {
             scheduler_->setPlaying(true);
         }
         updateAudio();
@@ -214,6 +214,7 @@ public:
         if (thin || !(rate >= 0.0f) || rate > 64.0f) return MF_E_INVALIDREQUEST;
         rate_ = rate;
         clock_->setRate(rate);
+        if (state_ == State::Started) resumeFlow();
         updateAudio();
         PROPVARIANT value;
         PropVariantInit(&value);
@@ -246,6 +247,17 @@ private:
         if (!event) return E_OUTOFMEMORY;
         if (HRESULT hr = event->SetUINT32(MF_EVENT_TOPOLOGY_STATUS, topologyStatus); FAILED(hr)) return hr;
         return events_.queue(event.get());
+    }
+
+    // A scrub answered from recent pictures left nothing queued behind its picture; playing on
+    // from there needs the file read again from the clock's position.
+    bool resumeFlow() {
+        if (rate_ == 0.0f || !engine_->parked()) return false;
+        const LONGLONG position = clock_->now();
+        engine_->seek(position);
+        clock_->setPosition(position);
+        scheduler_->preroll(true, false);
+        return true;
     }
 
     // Sound only while started at the normal rate; the device opens on the first such start.

@@ -85,17 +85,25 @@ PlaybackEngine::~PlaybackEngine() {
     avformat_close_input(&format_);
 }
 
-void PlaybackEngine::seek(LONGLONG position) {
+void PlaybackEngine::seek(LONGLONG position, bool scrubbing) {
     std::lock_guard<std::mutex> lock(mutex_);
-    seekPending_ = true;
-    seekTarget_ = position;
-    seek_.begin(position);
+    const unsigned generation = seek_.begin(position, scrubbing);
     // Waiting pushes are cancelled, so the threads see the new generation at once.
     videoPackets_.clear();
     audioPackets_.clear();
     frames_.clear();
     chunks_.clear();
+    FramePointer recent = scrubbing && video_ ? video_->recentPicture(position, generation) : FramePointer();
+    parked_ = static_cast<bool>(recent);
+    seekPending_ = !parked_;
+    seekTarget_ = position;
+    if (recent) frames_.push(std::move(recent));
     wake_.notify_all();
+}
+
+bool PlaybackEngine::parked() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return parked_;
 }
 
 void PlaybackEngine::reposition(LONGLONG target) {
@@ -114,8 +122,8 @@ void PlaybackEngine::demux() {
     for (;;) {
         {
             std::unique_lock<std::mutex> lock(mutex_);
-            // At the end of the file there is nothing to do until the next seek.
-            wake_.wait(lock, [&] { return closing_ || seekPending_ || !ended; });
+            // At the end of the file, or parked, there is nothing to do until the next seek.
+            wake_.wait(lock, [&] { return closing_ || seekPending_ || (!ended && !parked_); });
             if (closing_) return;
             if (seekPending_) {
                 seekPending_ = false;

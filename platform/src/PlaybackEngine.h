@@ -23,8 +23,12 @@ public:
     /* Ends and joins the threads. */
     ~PlaybackEngine();
 
-    /* Drops everything queued and decodes from the frame containing position on. Any thread. */
-    void seek(LONGLONG position);
+    /* Drops everything queued and decodes from the frame containing position on. A scrubbing
+     * seek that recent scrubbing has the picture for queues that picture alone and parks the
+     * demuxer until the next seek. Any thread. */
+    void seek(LONGLONG position, bool scrubbing = false);
+    /* The last seek was answered from recent pictures: nothing follows its picture. */
+    bool parked();
     unsigned generation() { return seek_.generation(); }
     SeekState& seekState() { return seek_; }
 
@@ -61,6 +65,7 @@ private:
     std::mutex mutex_;
     std::condition_variable wake_;
     bool seekPending_ = false;
+    bool parked_ = false;
     LONGLONG seekTarget_ = 0;
     bool closing_ = false;
     std::thread demuxThread_;

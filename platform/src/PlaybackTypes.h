@@ -59,12 +59,15 @@ constexpr int kOutputBytesPerSecond = kOutputRate * kOutputChannels * 2;
 constexpr LONGLONG kHundredNanosecondsPerSecond = 10000000;
 
 /* The seek every decoder follows: a new generation starts with each seek, and frames before its
- * target are dropped. */
+ * target are dropped. A scrubbing seek shows one picture at rate 0; from the second scrubbing seek
+ * in a row on, the pictures decoded are worth keeping for the next steps. */
 class SeekState {
 public:
-    unsigned begin(LONGLONG target) {
+    unsigned begin(LONGLONG target, bool scrubbing) {
         std::lock_guard<std::mutex> lock(mutex_);
         target_ = target;
+        keepPictures_ = scrubbing && scrubbing_;
+        scrubbing_ = scrubbing;
         return ++generation_;
     }
     unsigned generation() {
@@ -76,11 +79,21 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         return generation == generation_ ? target_ : 0;
     }
+    bool scrubbing(unsigned generation) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return generation == generation_ && scrubbing_;
+    }
+    bool keepsPictures(unsigned generation) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return generation == generation_ && keepPictures_;
+    }
 
 private:
     std::mutex mutex_;
     unsigned generation_ = 0;
     LONGLONG target_ = 0;
+    bool scrubbing_ = false;
+    bool keepPictures_ = false;
 };
 
 /* Where a decoder's stream has ended: the generation whose end it reached. */

@@ -68,6 +68,7 @@ HRESULT VideoDecoder::create(AVFormatContext& format, AVStream& stream, SeekStat
 }
 
 VideoDecoder::~VideoDecoder() {
+    sws_freeContext(recentScaler_);
     sws_freeContext(scaler_);
     av_frame_free(&held_);
     av_frame_free(&frame_);
@@ -82,6 +83,10 @@ void VideoDecoder::run() {
             holding_ = false;
             dropping_ = true;
             generation_ = next->generation;
+            // Pictures are kept only while scrubbing; playing lets them go. Keeping costs fresh
+            // memory at first, which a single seek would pay for nothing.
+            keeping_ = seek_.keepsPictures(generation_);
+            if (!seek_.scrubbing(generation_)) recent_.clear();
         }
         if (!next->packet) {
             avcodec_send_packet(decoder_, nullptr);
@@ -107,9 +112,12 @@ void VideoDecoder::receiveFrames() {
 }
 
 void VideoDecoder::handle(AVFrame& frame) {
+    LONGLONG time = 0;
+    LONGLONG end = 0;
+    intervalOf(frame, &time, &end);
+    if (keeping_ && frame.best_effort_timestamp != AV_NOPTS_VALUE) recent_.keep(frame, time, end);
     if (dropping_) {
         const LONGLONG target = seek_.targetOf(generation_);
-        const LONGLONG time = av_rescale_q(frame.best_effort_timestamp, timeBase_, kHundredNanoseconds);
         if (frame.best_effort_timestamp == AV_NOPTS_VALUE || time <= target) {
             av_frame_unref(held_);
             holding_ = av_frame_ref(held_, &frame) == 0;
@@ -124,22 +132,43 @@ void VideoDecoder::handle(AVFrame& frame) {
 }
 
 void VideoDecoder::emit(AVFrame& frame) {
-    FramePointer converted = convert(frame);
+    FramePointer converted = convert(frame, &scaler_, generation_);
     if (converted) frames_.push(std::move(converted));
 }
 
-FramePointer VideoDecoder::convert(const AVFrame& frame) {
+FramePointer VideoDecoder::recentPicture(LONGLONG target, unsigned generation) {
+    AVFrame* found = recent_.find(target);
+    if (found == nullptr) return {};
+    FramePointer converted;
+    {
+        std::lock_guard<std::mutex> lock(recentMutex_);
+        converted = convert(*found, &recentScaler_, generation);
+    }
+    av_frame_free(&found);
+    return converted;
+}
+
+void VideoDecoder::intervalOf(const AVFrame& frame, LONGLONG* time, LONGLONG* end) const {
+    *time = frame.best_effort_timestamp == AV_NOPTS_VALUE
+                ? 0
+                : av_rescale_q(frame.best_effort_timestamp, timeBase_, kHundredNanoseconds);
+    LONGLONG duration = frame.pkt_duration > 0 ? av_rescale_q(frame.pkt_duration, timeBase_, kHundredNanoseconds) : 0;
+    if (duration <= 0 && known(frameRate_)) duration = av_rescale_q(1, av_inv_q(frameRate_), kHundredNanoseconds);
+    *end = *time + duration;
+}
+
+FramePointer VideoDecoder::convert(const AVFrame& frame, SwsContext** scaler, unsigned generation) {
     const int width = frame.width;
     const int height = frame.height;
     if (width <= 0 || height <= 0 || width > kMaxDimension || height > kMaxDimension || frame.format < 0) return {};
-    scaler_ = sws_getCachedContext(scaler_, width, height, static_cast<AVPixelFormat>(frame.format), width, height,
+    *scaler = sws_getCachedContext(*scaler, width, height, static_cast<AVPixelFormat>(frame.format), width, height,
                                    AV_PIX_FMT_BGRA, SWS_BILINEAR, nullptr, nullptr, nullptr);
-    if (scaler_ == nullptr) return {};
+    if (*scaler == nullptr) return {};
     auto made = std::make_shared<VideoFrame>();
     made->bgrx.resize(static_cast<size_t>(width) * height * 4);
     uint8_t* const planes[4] = {made->bgrx.data(), nullptr, nullptr, nullptr};
     const int strides[4] = {width * 4, 0, 0, 0};
-    if (sws_scale(scaler_, frame.data, frame.linesize, 0, height, planes, strides) <= 0) return {};
+    if (sws_scale(*scaler, frame.data, frame.linesize, 0, height, planes, strides) <= 0) return {};
     const bool sideways = rotation_ % 2 == 1;
     if (rotation_ != 0) made->bgrx = turned(made->bgrx, width, height, rotation_);
     made->width = sideways ? height : width;
@@ -147,14 +176,8 @@ FramePointer VideoDecoder::convert(const AVFrame& frame) {
     const double pixelAspect = known(pixelAspect_) ? av_q2d(pixelAspect_) : 1.0;
     made->aspectWidth = sideways ? height : width * pixelAspect;
     made->aspectHeight = sideways ? width * pixelAspect : height;
-
-    made->time = frame.best_effort_timestamp == AV_NOPTS_VALUE
-                     ? 0
-                     : av_rescale_q(frame.best_effort_timestamp, timeBase_, kHundredNanoseconds);
-    LONGLONG duration = frame.pkt_duration > 0 ? av_rescale_q(frame.pkt_duration, timeBase_, kHundredNanoseconds) : 0;
-    if (duration <= 0 && known(frameRate_)) duration = av_rescale_q(1, av_inv_q(frameRate_), kHundredNanoseconds);
-    made->end = made->time + duration;
-    made->generation = generation_;
+    intervalOf(frame, &made->time, &made->end);
+    made->generation = generation;
     return made;
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "PlaybackTypes.h"
+#include "RecentPictures.h"
 
 struct AVFormatContext;
 struct AVStream;
@@ -22,15 +23,23 @@ public:
 
     /* The decoding thread's body: returns when the packet queue is closed. */
     void run();
+    /* The picture containing target from recent scrubbing, as a picture of generation, or null.
+     * Any thread. */
+    FramePointer recentPicture(LONGLONG target, unsigned generation);
 
 private:
     VideoDecoder(SeekState& seek, BoundedQueue<Packet>& packets, BoundedQueue<FramePointer>& frames, EndMark& end)
-        : seek_(seek), packets_(packets), frames_(frames), end_(end) {}
+        : seek_(seek), packets_(packets), frames_(frames), end_(end), recent_(kRecentPictureBytes) {}
+
+    // About 40 pictures of 1080p: more than a second of frames to step back through.
+    static constexpr size_t kRecentPictureBytes = 128u << 20;
     void receiveFrames();
     /* Keeps the frame at the target back until the next one shows it is the one containing it. */
     void handle(AVFrame& frame);
     void emit(AVFrame& frame);
-    FramePointer convert(const AVFrame& frame);
+    /* The picture's interval in 100 ns; end is time when the duration is unknown. */
+    void intervalOf(const AVFrame& frame, LONGLONG* time, LONGLONG* end) const;
+    FramePointer convert(const AVFrame& frame, SwsContext** scaler, unsigned generation);
 
     SeekState& seek_;
     BoundedQueue<Packet>& packets_;
@@ -38,6 +47,10 @@ private:
     EndMark& end_;
     AVCodecContext* decoder_ = nullptr;
     SwsContext* scaler_ = nullptr;
+    RecentPictures recent_;
+    std::mutex recentMutex_;  // guards recentScaler_
+    SwsContext* recentScaler_ = nullptr;
+    bool keeping_ = false;
     AVFrame* frame_ = nullptr;
     AVFrame* held_ = nullptr;
     bool holding_ = false;

@@ -86,6 +86,8 @@ UINT virtualKeyOf(SDL_Keycode key) {
     case SDLK_RIGHT: return VK_RIGHT;
     case SDLK_DOWN: return VK_DOWN;
     case SDLK_DELETE: return VK_DELETE;
+    case SDLK_COMMA: return VK_OEM_COMMA;
+    case SDLK_PERIOD: return VK_OEM_PERIOD;
     default: return 0;
     }
 }
