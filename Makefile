@@ -28,9 +28,11 @@ test: setup
 	cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
 
 bench: setup
+	@./scripts/setup.sh mpv
 	@$(MAKE) --no-print-directory build
 	$(BUILD)/bin/bench_ratio
 	python3 bench/inspect.py $(BUILD)
+	python3 bench/playback.py $(BUILD)
 
 install: build
 	cmake --install $(BUILD) --prefix $(PREFIX)

@@ -1,6 +1,7 @@
 #!/bin/sh
 # Installs the Debian packages the project builds, tests and benchmarks with.
-# Idempotent: does nothing when every package is present.
+# Idempotent: does nothing when every package is present. Extra packages may be named as
+# arguments (`make bench` adds the players it compares against).
 set -eu
 
 PACKAGES="
@@ -11,6 +12,7 @@ libavutil-dev libavformat-dev libavcodec-dev libswscale-dev
 libpng-dev libsdl2-dev
 ffmpeg libimage-exiftool-perl ffmpegthumbnailer
 binutils
+$*
 "
 
 missing=""
