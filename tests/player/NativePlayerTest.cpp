@@ -217,6 +217,23 @@ TEST_F(NativePlayerTest, APausedSeekShowsTheFrameAtThatTime) {
     EXPECT_EQ(frameNumberShown(window), 31);
 }
 
+// Steps back from the second one on are answered from the pictures scrubbing kept; playing on
+// afterwards must read the file again from there.
+TEST_F(NativePlayerTest, SteppingBackShowsEachFrameAndPlayingOnReachesTheEnd) {
+    open(clip());
+    ASSERT_EQ(player->beginScrubbing(), S_OK);
+    for (int frame = 33; frame >= 26; --frame) {
+        messages.clear();
+        player->setPosition(frame * 400000 + 200000);
+        ASSERT_TRUE(pumpUntil(L"playing", 2)) << frame;
+        EXPECT_EQ(frameNumberShown(window), frame);
+    }
+    ASSERT_EQ(player->endScrubbing(), S_OK);
+    messages.clear();
+    ASSERT_TRUE(pumpUntil(L"ended"));
+    EXPECT_EQ(player->currentTime(), player->duration());
+}
+
 TEST_F(NativePlayerTest, ResizingKeepsTheShapeAndRepaintRedrawsTheLastPicture) {
     open(clip());
     ASSERT_EQ(player->beginScrubbing(), S_OK);
