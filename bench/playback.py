@@ -12,7 +12,6 @@ null output does not. Backward stepping (30 frames by scrubbing) is ours alone, 
 usage: playback.py [BUILD_DIR] [--runs N] [--seconds S]
 """
 import argparse
-import importlib.util
 import os
 import re
 import resource
@@ -21,19 +20,11 @@ import statistics
 import subprocess
 import sys
 
-HERE = os.path.dirname(os.path.abspath(__file__))
+from timing import medians
 CLIP = "1080p30_gop2.mp4"
 MPV = ["mpv", "--no-config", "--really-quiet", "--vo=null", "--ao=null"]
 STEP_GOAL_MS = 50.0
 CPU_GOAL = 1.2
-
-
-def load_inspect_helpers():
-    """The process timing of bench/inspect.py (a path import: `inspect` is also a standard module)."""
-    spec = importlib.util.spec_from_file_location("bench_inspect", os.path.join(HERE, "inspect.py"))
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
-    return module
 
 
 def make_clip(build):
@@ -69,7 +60,6 @@ def main():
     options = parser.parse_args()
     if shutil.which("mpv") is None:
         sys.exit("bench_playback: mpv is not installed (apt-get install mpv)")
-    helpers = load_inspect_helpers()
     ours = [os.path.join(options.build, "bin", "native_play"), "--headless"]
     clip = make_clip(options.build)
 
@@ -78,7 +68,7 @@ def main():
                          ("seek mid-GOP (11 s)", "11")):
         extra = [] if start is None else ["--start", start]
         mpv_extra = [] if start is None else ["--start=" + start]
-        mine, peer = helpers.medians([ours + ["--first-frame"] + extra + [clip],
+        mine, peer = medians([ours + ["--first-frame"] + extra + [clip],
                                       MPV + ["--frames=1"] + mpv_extra + [clip]], options.runs)
         print("%-34s %8.0f ms %8.0f ms %6.2fx" % (label, mine, peer, mine / peer))
 

@@ -56,9 +56,7 @@ void PresentationClock::setPosition(LONGLONG position) {
 
 void PresentationClock::setRunning(bool running) {
     std::lock_guard<std::mutex> lock(mutex_);
-    const LONGLONG system = systemTime();
-    base_ = positionLocked(system);
-    baseSystem_ = system;
+    rebaseLocked();
     running_ = running;
 }
 
@@ -69,10 +67,14 @@ bool PresentationClock::running() {
 
 void PresentationClock::setRate(float rate) {
     std::lock_guard<std::mutex> lock(mutex_);
+    rebaseLocked();
+    rate_ = rate;
+}
+
+void PresentationClock::rebaseLocked() {
     const LONGLONG system = systemTime();
     base_ = positionLocked(system);
     baseSystem_ = system;
-    rate_ = rate;
 }
 
 void PresentationClock::follow(LONGLONG position) {

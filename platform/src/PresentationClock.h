@@ -35,6 +35,8 @@ private:
     friend class ::ComRefCount;  // deletes the object at its last Release
     ~PresentationClock() = default;
     LONGLONG positionLocked(LONGLONG systemNow) const;
+    /* Restarts the position's reckoning from now, before running or rate change. */
+    void rebaseLocked();
 
     ComRefCount refs_;
     std::mutex mutex_;

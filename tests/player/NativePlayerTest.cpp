@@ -193,6 +193,15 @@ TEST_F(NativePlayerTest, ACorruptFileReportsItsCause) {
     EXPECT_EQ(messages[2].text, L"The byte stream type of the given URL is unsupported.");
 }
 
+TEST_F(NativePlayerTest, ASeekPastTheEndLeavesThePlayerPaused) {
+    open(clip());
+    messages.clear();
+    player->setPosition(player->duration() + 10000000);
+    ASSERT_TRUE(pumpUntil(L"paused"));
+    const std::vector<std::wstring> expected = {L"seek_pending", L"paused"};
+    EXPECT_EQ(states(), expected);
+}
+
 TEST_F(NativePlayerTest, RequestsTheStateDoesNotAcceptDoNothing) {
     EXPECT_EQ(player->play(), E_UNEXPECTED);
     EXPECT_EQ(player->pause(), E_UNEXPECTED);
