@@ -1,5 +1,5 @@
 # cmake -DBUNDLE=<bundle folder> -DNM=nm -P check_bundle.cmake
-# The bundle as shipped: the library's dynamic symbol table defines exactly the six entry points,
+# The bundle as shipped: the library's dynamic symbol table defines exactly the seven entry points,
 # every chunk is a stripped Lua 5.1 chunk with the 64-bit header, and VERSION.build has its form.
 execute_process(COMMAND ${NM} -D --defined-only --format=posix ${BUNDLE}/libvideo_toolkit.so
                 OUTPUT_VARIABLE table RESULT_VARIABLE failed)
@@ -10,7 +10,7 @@ string(REGEX MATCHALL "(^|\n)[^ \n]+" names "${table}")
 list(TRANSFORM names STRIP)
 list(SORT names)
 set(expected KyVideoPlayerWin_nativeFuncs_L KyVideoPlayerWin_new_L KyVideoPlayerWin_shutdown
-    RatioTime_nativeFuncs_L VideoSupport_nativeFuncs_L luaopen_RatioTime)
+    RatioTime_nativeFuncs_L VideoSupport_nativeFuncs_L luaopen_RatioTime registerKyViewWinVideoPlayer_L)
 if(NOT names STREQUAL expected)
     message(FATAL_ERROR "exports are \"${names}\", expected \"${expected}\"")
 endif()

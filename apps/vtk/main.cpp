@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,13 @@ constexpr int kExitFailure = 1;
 int isTerminal(lua_State* L) {
     lua_pushboolean(L, isatty(static_cast<int>(luaL_checkinteger(L, 1))));
     return 1;
+}
+
+// vtkHost.useHeadlessDrivers(): windows drawn offscreen and silent audio, chosen before SDL starts.
+int useHeadlessDrivers(lua_State*) {
+    setenv("SDL_VIDEODRIVER", "offscreen", 1);
+    setenv("SDL_AUDIODRIVER", "dummy", 1);
+    return 0;
 }
 
 int fail(const std::string& message) {
@@ -44,9 +52,18 @@ int main(int argc, char** argv) {
     const std::vector<std::string> args(argv + 1, argv + argc);
     const std::string program(reinterpret_cast<const char*>(vtkLua[0].bytes), vtkLua[0].size);
     lua_State* L = host.state();
-    lua_createtable(L, 0, 1);
+    lua_createtable(L, 0, 3);
     lua_pushcfunction(L, isTerminal);
     lua_setfield(L, -2, "isTerminal");
+    lua_pushcfunction(L, useHeadlessDrivers);
+    lua_setfield(L, -2, "useHeadlessDrivers");
+    // The program's other chunks, by name, for vtk.lua to load when a command needs one.
+    lua_newtable(L);
+    for (const KyEmbeddedFile* file = vtkLua + 1; file->name != nullptr; ++file) {
+        lua_pushlstring(L, reinterpret_cast<const char*>(file->bytes), file->size);
+        lua_setfield(L, -2, file->name);
+    }
+    lua_setfield(L, -2, "chunks");
     lua_setglobal(L, "vtkHost");
     const int base = lua_gettop(L);
     if (!host.runChunk(program, "vtk.lua", args, &error)) return fail(error);

@@ -199,7 +199,7 @@ local kInfoFields = {
 }
 
 local commands = {}
-local commandOrder = { "info", "poster", "xmp", "run", "timecode" }
+local commandOrder = { "info", "poster", "xmp", "play", "run", "timecode" }
 
 commands.info = {
     summary = "show a video file's properties: duration, frame rate, display size, rotation",
@@ -302,7 +302,11 @@ commands.run = {
     help = [[
 Runs SCRIPT.lua in the host, with import, export, _BUNDLE and the toolkit's modules available.
 The script sees its arguments as `...` and in the global `arg` (arg[0] is the script's path).
-An error that the script does not catch is printed on standard error and vtk exits with 1.]],
+When the script's chunk returns, the host's event loop runs (window messages, main-thread
+actions, pulses) until the script calls KyEventLoop.quit([code]), whose code becomes the exit
+status, or until no view, pulse or action is left.
+An error that the script does not catch, also in a callback the loop runs, is printed on
+standard error and vtk exits with 1.]],
     run = function(args)
         local path = args[1]
         if not path or path == "--help" then
@@ -326,7 +330,40 @@ An error that the script does not catch is printed on standard error and vtk exi
             complain(tostring(failure))
             return EXIT_FAILED
         end
-        return EXIT_OK
+        local code, failures = import("KyEventLoop").run()
+        if failures > 0 then
+            return EXIT_FAILED
+        end
+        return code
+    end,
+}
+
+commands.play = {
+    summary = "play a video in a window with sound",
+    usage = "vtk play FILE [--headless] [--seek SECONDS] [--screenshot OUT.png]",
+    help = [[
+Plays FILE in a window of its own, with sound where the machine has an output.
+Keys: space play/pause, left/right seek 5 s, comma/period step one frame back/on (scrubbing),
+s stop, q or Escape quit.
+--seek SECONDS     start at that time instead of the beginning.
+--screenshot PATH  show the frame at --seek (or the first frame), write the window's picture
+                   to PATH as PNG and quit.
+--headless         draw offscreen with silent audio, for scripts and machines without a display;
+                   without --screenshot the file plays to its end and vtk quits.]],
+    run = function(args)
+        local options, files = parseOptions(args, { headless = false, seek = true, screenshot = true })
+        if #files ~= 1 then
+            usageError("play needs exactly one FILE")
+        end
+        local seek = options.seek and finiteNumber(options.seek, "--seek")
+        if seek and seek < 0 then
+            usageError("--seek must not be negative")
+        end
+        if options.headless then
+            vtkHost.useHeadlessDrivers()
+        end
+        local play = assert(loadstring(vtkHost.chunks.VtkPlayer, "=VtkPlayer.lua"))()
+        return play({ file = files[1], seek = seek, screenshot = options.screenshot, headless = options.headless })
     end,
 }
 

@@ -6,6 +6,7 @@
 
 #include "KyKernel.h"
 #include "KyNativeCall.h"
+#include "KyTransit.h"
 
 namespace {
 
@@ -135,6 +136,22 @@ void* KyDirectObject_pushCopyToLua(lua_State* L, const KyDirectObjectClass* cls,
         std::memcpy(record, source, cls->instanceSize);
     }
     return record;
+}
+
+void KyDirectObject_keepLuaValue(lua_State* L, int objectIndex, int valueIndex) {
+    if (objectIndex < 0 && objectIndex > LUA_REGISTRYINDEX) objectIndex = lua_gettop(L) + objectIndex + 1;
+    if (valueIndex < 0 && valueIndex > LUA_REGISTRYINDEX) valueIndex = lua_gettop(L) + valueIndex + 1;
+    // A new userdata shares the globals as its environment; it gets a table of its own first.
+    lua_getfenv(L, objectIndex);
+    if (lua_rawequal(L, -1, LUA_GLOBALSINDEX) || !lua_istable(L, -1)) {
+        lua_pop(L, 1);
+        lua_newtable(L);
+        lua_pushvalue(L, -1);
+        lua_setfenv(L, objectIndex);
+    }
+    lua_pushvalue(L, valueIndex);
+    lua_rawseti(L, -2, static_cast<int>(lua_objlen(L, -2)) + 1);
+    lua_pop(L, 1);
 }
 
 }  // extern "C"

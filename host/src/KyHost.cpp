@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "KyEmbedded.h"
+#include "KyHostModules.h"
 #include "KyNativeCall.h"
 
 extern const KyEmbeddedFile kyHostPrelude[];
@@ -17,6 +18,14 @@ extern const KyEmbeddedFile kyHostModules[];
 namespace fs = std::filesystem;
 
 namespace {
+
+const luaL_Reg kNativeModules[] = {
+    {"KyAlternateUniverseSupport", ky::openAlternateUniverseSupport},
+    {"KyEventLoop", ky::openEventLoop},
+    {"KyView", ky::openView},
+    {"KyWorkerThreads", ky::openWorkerThreads},
+    {nullptr, nullptr},
+};
 
 // Registry key of the prelude's hooks table.
 char hooksKey;
@@ -99,6 +108,10 @@ KyHost::KyHost() : L_(luaL_newstate()) {
     luaL_openlibs(L_);
 
     lua_newtable(L_);
+    for (const luaL_Reg* module = kNativeModules; module->name != nullptr; ++module) {
+        lua_pushcfunction(L_, module->func);
+        lua_setfield(L_, -2, module->name);
+    }
     for (const KyEmbeddedFile* file = kyHostModules; file->name != nullptr; ++file) {
         if (!loadEmbedded(L_, *file)) {
             lua_error(L_);

@@ -1,4 +1,4 @@
-/* The toolkit library's whole interface: six Lua C functions exported by name, found by the host
+/* The toolkit library's whole interface: seven Lua C functions exported by name, found by the host
  * through _BUNDLE:getCFunction. Each runs on the thread of the Lua state it is given; each
  * *_nativeFuncs_L ignores its arguments and pushes a new table of natives. */
 #ifndef VIDEO_TOOLKIT_TOOLKIT_EXPORTS_H
@@ -13,6 +13,8 @@ KY_EXPORT int KyVideoPlayerWin_shutdown(lua_State* L);
 KY_EXPORT int RatioTime_nativeFuncs_L(lua_State* L);
 KY_EXPORT int luaopen_RatioTime(lua_State* L);
 KY_EXPORT int VideoSupport_nativeFuncs_L(lua_State* L);
+/* Registers the kind of view a video plays in and pushes it (see KyView.h); callable again. */
+KY_EXPORT int registerKyViewWinVideoPlayer_L(lua_State* L);
 }
 
 /* Pushes a new table holding the rows; returns 1. */

@@ -1,9 +1,179 @@
-// The player's entry points. The playback engine and the host's views and transit queues are not
-// built yet (issues #5 and #6), so no player can be created: the constructor checks its
-// arguments and gives no object, which is the constructor's own way to say so.
+// The player's native face toward Lua: the KyVideoPlayerWin object, whose methods call NativePlayer,
+// and the message sink that carries NativePlayer's states and failures back as cargo through a
+// transit queue. The Lua object owns the native state by a shared pointer; NativePlayer reaches
+// back only through a weak pointer, so late call-backs find nothing once the state has ended.
+#include <functional>
+#include <memory>
+#include <mutex>
+
+#include "KyNativeString.h"
+#include "KyTransit.h"
+#include "KyView.h"
+#include "NativePlayer.h"
+#include "RatioTimeLua.h"
 #include "ToolkitExports.h"
+#include "Win32.h"
 
 namespace {
+
+constexpr int64_t kTicksPerSecond = 10000000;
+
+}  // namespace
+
+struct _KyVideoPlayerWinPrivate {
+    std::shared_ptr<NativePlayer> player;
+    KyTransitQueue queue = nullptr;
+    KyMainThreadAction action = nullptr;
+
+    ~_KyVideoPlayerWinPrivate() {
+        if (queue != nullptr) {
+            KyTransitQueue_release(queue);
+            queue = nullptr;
+        }
+        if (action != nullptr) {
+            KyMainThreadAction_release(action);
+            action = nullptr;
+        }
+    }
+};
+
+// The record of the Lua object. The class gives the host no hook, so it is never destroyed: only
+// invalidateReference ends what it holds.
+struct KyVideoPlayerWin {
+    std::mutex mutex;
+    std::shared_ptr<_KyVideoPlayerWinPrivate> priv;
+};
+
+namespace {
+
+void KyVideoPlayerWin_messageSink(const std::wstring& text, bool isError,
+                                  std::weak_ptr<_KyVideoPlayerWinPrivate> weakPrivate) {
+    const std::shared_ptr<_KyVideoPlayerWinPrivate> priv = weakPrivate.lock();
+    if (!priv) return;
+    KyTransitCargo cargo = KyTransitQueue_newCargo();
+    KyTransitCargo_newTable(cargo, 2);
+    KyTransitCargo_pushString(cargo, "type");
+    KyTransitCargo_pushString(cargo, isError ? "error" : "event");
+    KyTransitCargo_pushString(cargo, "data");
+    KyTransitCargo_pushString(cargo, WideToMultiByte(CP_UTF8, text).c_str());
+    KyTransitQueue_enqueueAndReleaseCargo(priv->queue, cargo);
+    KyMainThreadAction_trigger(priv->action);
+}
+
+// The common opening of every method: a strong reference for the length of the call.
+std::shared_ptr<_KyVideoPlayerWinPrivate> openMethod(void* record) {
+    auto* object = static_cast<KyVideoPlayerWin*>(record);
+    if (!object->priv) KyThrowProgramError("Invalidate");
+    std::lock_guard<std::mutex> hold(object->mutex);
+    return object->priv;
+}
+
+NativePlayer& playerOf(void* record, std::shared_ptr<_KyVideoPlayerWinPrivate>* keep) {
+    *keep = openMethod(record);
+    return *(*keep)->player;
+}
+
+// A method that takes no argument and gives no result: the NativePlayer operation of its name.
+template <HRESULT (NativePlayer::*operation)()>
+int callOperation(void* record, lua_State*) {
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    (playerOf(record, &keep).*operation)();
+    return 0;
+}
+
+int openURL(void* record, lua_State* L) {
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    NativePlayer& player = playerOf(record, &keep);
+    player.openURL(KyLua_checkNativeString(L, 2));
+    return 0;
+}
+
+int handleEvent(void* record, lua_State* L) {
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    NativePlayer& player = playerOf(record, &keep);
+    player.handleEvent(static_cast<IMFMediaEvent*>(KyLua_checkLightUserdata(L, 2)));
+    return 0;
+}
+
+int resizeVideo(void* record, lua_State* L) {
+    const int64_t width = KyLua_checkInteger(L, 2);
+    const int64_t height = KyLua_checkInteger(L, 3);
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    playerOf(record, &keep).resizeVideo(static_cast<uint16_t>(width), static_cast<uint16_t>(height));
+    return 0;
+}
+
+int getVideoPosition(void* record, lua_State* L) {
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    RECT rect{};
+    playerOf(record, &keep).getVideoPosition(&rect);
+    for (const LONG side : {rect.left, rect.top, rect.right, rect.bottom}) lua_pushnumber(L, side);
+    return 4;
+}
+
+int getPlayerState(void* record, lua_State* L) {
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    lua_pushstring(L, WideToMultiByte(CP_UTF8, playerOf(record, &keep).getPlayerState()).c_str());
+    return 1;
+}
+
+template <LONGLONG (NativePlayer::*time)()>
+int pushTime(void* record, lua_State* L) {
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    return RatioTime_pushToLua(L, RatioTime{(playerOf(record, &keep).*time)(), kTicksPerSecond});
+}
+
+// The numerator is taken as 100-ns units whatever the denominator: the Lua class always sends
+// a time over 10000000.
+int setPosition(void* record, lua_State* L) {
+    const RatioTime position = RatioTime_checkFromLua(L);
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    playerOf(record, &keep).setPosition(position.numerator);
+    return 0;
+}
+
+int setPosterFrame(void* record, lua_State* L) {
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    NativePlayer& player = playerOf(record, &keep);
+    player.setPosterFrame(KyLua_checkWinImage(L, 2));
+    return 0;
+}
+
+int invalidateReference(void* record, lua_State*) {
+    auto* object = static_cast<KyVideoPlayerWin*>(record);
+    if (!object->priv) KyThrowProgramError("Invalidate");
+    std::lock_guard<std::mutex> hold(object->mutex);
+    object->priv.reset();
+    return 0;
+}
+
+const KyDirectObjectMethodRow kPlayerMethods[] = {
+    {"pause", callOperation<&NativePlayer::pause>},
+    {"play", callOperation<&NativePlayer::play>},
+    {"stop", callOperation<&NativePlayer::stop>},
+    {"openURL", openURL},
+    {"handleEvent", handleEvent},
+    {"resizeVideo", resizeVideo},
+    {"repaintVideo", callOperation<&NativePlayer::repaintVideo>},
+    {"getVideoPosition", getVideoPosition},
+    {"getPlayerState", getPlayerState},
+    {"duration", pushTime<&NativePlayer::duration>},
+    {"currentTime", pushTime<&NativePlayer::currentTime>},
+    {"setPosition", setPosition},
+    {"beginScrubbing", callOperation<&NativePlayer::beginScrubbing>},
+    {"endScrubbing", callOperation<&NativePlayer::endScrubbing>},
+    {"closePlayer", callOperation<&NativePlayer::shutdown>},
+    {"closeURL", callOperation<&NativePlayer::closeURL>},
+    {"setPosterFrame", setPosterFrame},
+    {"invalidateReference", invalidateReference},
+    {nullptr, nullptr},
+};
+
+const KyDirectObjectPropertyRow kNoProperties[] = {{nullptr, nullptr, nullptr}};
+
+const KyDirectObjectClass KyVideoPlayerWin_class = {
+    0, "KyVideoPlayerWin", sizeof(KyVideoPlayerWin), nullptr, nullptr, nullptr, kPlayerMethods, kNoProperties,
+};
 
 luaL_Reg playerRows[] = {
     {"newKyVideoPlayerWin", KyVideoPlayerWin_new_L},
@@ -19,7 +189,40 @@ int KyVideoPlayerWin_nativeFuncs_L(lua_State* L) { return ToolkitExports_pushNat
 
 int KyVideoPlayerWin_new_L(lua_State* L) {
     if (lua_gettop(L) < 3) return luaL_error(L, "Wrong number of arguments to KyVideoPlayerWin");
-    return 0;
+    KyTransitQueue queue = KyTransitQueue_checkRetainFromLua(L, 1);
+    KyMainThreadAction action = KyMainThreadAction_copy(L, 2);
+    // Until the native state holds them, the references belong to this call: a raise or a failed
+    // creation gives them back.
+    std::unique_ptr<KyTransitQueueRecord, void (*)(KyTransitQueue)> queueHold(queue, KyTransitQueue_release);
+    std::unique_ptr<KyMainThreadActionRecord, void (*)(KyMainThreadAction)> actionHold(action, KyMainThreadAction_release);
+
+    KyViewManifestationWin* manifestation = KyView_Win_manifestationFromViewL(L, 3);
+    if (manifestation == nullptr) KyThrowProgramError("Assertion failed: manifestation");
+    CWnd* cwnd = manifestation->GetWnd();
+    if (cwnd == nullptr) KyThrowProgramError("Assertion failed: cwnd");
+    HWND hwnd = cwnd->m_hWnd;
+    if (hwnd == nullptr) KyThrowProgramError("Assertion failed: hwnd");
+
+    auto* object = static_cast<KyVideoPlayerWin*>(KyDirectObject_checkPushAllocToLua(L, &KyVideoPlayerWin_class));
+    if (object == nullptr) KyThrowProgramError("Pointer was null: result");
+    new (object) KyVideoPlayerWin();
+    object->priv = std::make_shared<_KyVideoPlayerWinPrivate>();
+
+    std::shared_ptr<_KyVideoPlayerWinPrivate> local = object->priv;
+    std::weak_ptr<_KyVideoPlayerWinPrivate> weak = local;
+    PlayerMessageSink sink = std::bind(KyVideoPlayerWin_messageSink, std::placeholders::_1, std::placeholders::_2, weak);
+    if (FAILED(NativePlayer::createInstance(hwnd, hwnd, &local->player, sink))) {
+        object->priv.reset();
+        return 0;
+    }
+    local->queue = queueHold.release();
+    local->action = actionHold.release();
+    // The object keeps the queue and the action reachable, so the collector sees the whole cycle
+    // through the action's function and a player dropped by Lua can be collected.
+    const int result = lua_gettop(L);
+    KyDirectObject_keepLuaValue(L, result, 1);
+    KyDirectObject_keepLuaValue(L, result, 2);
+    return 1;
 }
 
 int KyVideoPlayerWin_shutdown(lua_State*) { return 0; }

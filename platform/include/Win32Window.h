@@ -174,6 +174,11 @@ BOOL PostMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 BOOL PeekMessageW(LPMSG message, HWND window, UINT minMessage, UINT maxMessage, UINT removeFlags);
 /* As PeekMessageW with PM_REMOVE, but waits for a message; 0 for WM_QUIT, -1 on failure. */
 BOOL GetMessageW(LPMSG message, HWND window, UINT minMessage, UINT maxMessage);
+/* Waits until the queue holds a message or milliseconds pass (INFINITE: no limit): WAIT_OBJECT_0
+ * or WAIT_TIMEOUT. Only the queue can be waited on here: count must be 0 (else WAIT_FAILED with
+ * ERROR_NOT_SUPPORTED); the wake mask is ignored. Main thread. */
+DWORD MsgWaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds, DWORD wakeMask);
+constexpr DWORD QS_ALLINPUT = 0x04FF;
 /* Kept for the usual loop; no character messages are made, so always FALSE. */
 BOOL TranslateMessage(const MSG* message);
 /* Calls the procedure of message->hwnd and returns its result; 0 for a message without a window. */

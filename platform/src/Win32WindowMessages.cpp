@@ -1,7 +1,9 @@
 // The main thread's message queue over SDL's event queue. SDL events are translated into a list in
 // arrival order; a retrieval takes the oldest message that passes the filter, dropping those whose
 // window has been destroyed since they were queued.
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <deque>
 
 #include "Win32WindowRegistry.h"
@@ -132,6 +134,27 @@ BOOL GetMessageW(LPMSG message, HWND window, UINT minMessage, UINT maxMessage) {
         enqueue(event);
     }
     return message->message == WM_QUIT ? 0 : 1;
+}
+
+DWORD MsgWaitForMultipleObjects(DWORD count, const HANDLE*, BOOL, DWORD milliseconds, DWORD) {
+    if (count != 0) {
+        SetLastError(ERROR_NOT_SUPPORTED);
+        return WAIT_FAILED;
+    }
+    MSG message;
+    if (!canRetrieve(&message)) {
+        return WAIT_FAILED;
+    }
+    if (PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE)) {
+        return WAIT_OBJECT_0;
+    }
+    SDL_Event event;
+    const int timeout = milliseconds == INFINITE ? -1 : static_cast<int>(std::min<DWORD>(milliseconds, INT32_MAX));
+    if (SDL_WaitEventTimeout(&event, timeout) == 0) {
+        return WAIT_TIMEOUT;
+    }
+    enqueue(event);
+    return WAIT_OBJECT_0;
 }
 
 BOOL TranslateMessage(const MSG*) { return FALSE; }

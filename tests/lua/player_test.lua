@@ -1,0 +1,234 @@
+-- The player as application code meets it: a video view, the player class, its streams, run by the
+-- host's event loop on real files of the corpus.  vtk run player_test.lua CORPUS VTK
+local dir = string.match(arg[0], "^(.*)/")
+local T = dofile(dir .. "/testlib.lua")
+local media = dofile(dir .. "/media_lib.lua")
+media.setCorpus(arg[1])
+local vtk = arg[2]
+
+local KyEventLoop = import("KyEventLoop")
+local KyVideoView = import("KyVideoView")
+local KyVideoPlayerWin = import("KyVideoPlayerWin")
+local RatioTime = import("RatioTime")
+
+local kWait = 10
+
+-- A view and a player on it, with every push of the three streams recorded.
+local function newPlayer()
+    local view = KyVideoView.createVideoPlayerView({ width = 320, height = 240, title = "player test" })
+    local player = KyVideoPlayerWin.create()
+    player:initNativePlayer(view)
+    view:setDelegate(player)
+    local log = { states = {}, errors = {}, times = {} }
+    player:getPlayerStateStream():subscribe(function(state)
+        table.insert(log.states, state)
+    end)
+    player:getErrorMessageStream():subscribe(function(text)
+        table.insert(log.errors, text or "nil")
+    end)
+    player:getCurrentTimeStream():subscribe(function(...)
+        table.insert(log.times, { n = select("#", ...), ... })
+    end)
+    return view, player, log
+end
+
+local function waitFor(what, condition)
+    assert(KyEventLoop.runUntil(condition, kWait), "timed out waiting for " .. what)
+end
+
+local function waitForState(player, log, state)
+    waitFor(state, function()
+        return log.states[#log.states] == state
+    end)
+end
+
+local function close(view, player)
+    player:closeURL()
+    KyEventLoop.runUntil(function() return true end, 0)
+    player:closePlayer()
+    view:setDelegate(nil)
+    view:close()
+end
+
+local function openReady(path)
+    local view, player, log = newPlayer()
+    player:openURL(path)
+    waitForState(player, log, "ready")
+    return view, player, log
+end
+
+-- The frame number that a corpus picture shows in its band; pixel(x, y) gives r, g, b.
+local function bandNumber(width, height, pixel)
+    local number = 0
+    for bit = 0, 9 do
+        local r, g, b = pixel(math.floor((bit * 2 + 1) * width / 20), math.floor(height / 2))
+        number = number * 2 + ((r + g + b > 384) and 1 or 0)
+    end
+    return number
+end
+
+local function frameShown(view)
+    local width, height = view:getSize()
+    return bandNumber(width, height, function(x, y)
+        return view:getPixel(x, y)
+    end)
+end
+
+local function threadCount()
+    local pipe = io.popen("ls /proc/self/task | wc -l")
+    local count = tonumber(pipe:read("*a"))
+    pipe:close()
+    return count
+end
+
+T.case("a normal life, exactly", function()
+    local view, player, log = openReady(media.corpus("h264.mp4"))
+    player:play()
+    waitForState(player, log, "ended")
+    -- The session's pause at the end follows "ended"; a close before it is handled would let it
+    -- act after the close, as the engine's events do.
+    KyEventLoop.runUntil(function() return false end, 0.2)
+    player:closeURL()
+    waitForState(player, log, "closed")
+    T.eq(table.concat(log.states, ","),
+        "closed,session_ready,open_pending,ready,playing,playing,ended,closing,closed")
+    local last, beforeLast = log.times[#log.times], log.times[#log.times - 1]
+    T.eq(beforeLast.n, 2, "the end pushes the duration twice")
+    T.eq(beforeLast[1], 2)
+    T.eq(beforeLast[2], 2)
+    T.eq(last.n, 1, "then the clock's position alone")
+    assert(#log.times > 5, "the pulse fed the current time while playing")
+    T.eq(log.errors[#log.errors], "nil", "closing clears the error")
+    close(view, player)
+end)
+
+T.case("failed opens reach the error stream", function()
+    for _, row in ipairs({
+        { "missing.mp4", "The system cannot find the file specified." },
+        { "random.mp4", "The byte stream type of the given URL is unsupported." },
+    }) do
+        local view, player, log = newPlayer()
+        player:openURL(media.corpus(row[1]))
+        waitFor("an error", function()
+            return log.errors[#log.errors] ~= "nil"
+        end)
+        T.eq(log.errors[#log.errors], row[2], row[1])
+        T.eq(player:getPlayerState(), "closed", row[1])
+        close(view, player)
+    end
+end)
+
+T.case("the seek chain drops repeats and requests made while a seek is pending", function()
+    local view, player, log = openReady(media.corpus("h264.mp4"))
+    -- The stream lags behind the native state by one turn of the loop.
+    local function seeks()
+        KyEventLoop.runUntil(function() return true end, 0)
+        local count = 0
+        for _, state in ipairs(log.states) do
+            count = count + (state == "seek_pending" and 1 or 0)
+        end
+        return count
+    end
+    player:setPosition(0.5)
+    local shown = log.times[#log.times]
+    T.eq(shown[1], 0.5, "the position shown follows the request at once")
+    T.eq(shown[2], 2)
+    player:setPosition(0.5)
+    player:setPosition(1)
+    T.eq(seeks(), 1, "a repeat, and a request made while the seek is pending, are dropped")
+    waitForState(player, log, "playing")
+    player:setPosition(1)
+    T.eq(seeks(), 1, "the position dropped while pending now counts as a repeat")
+    player:setPosition(1.5)
+    T.eq(seeks(), 2, "a new position goes through")
+    close(view, player)
+end)
+
+T.case("scrubbing shows the frame at a time, and the pulse only feeds while playing", function()
+    local view, player, log = openReady(media.corpus("h264.mp4"))
+    player:beginScrubbing()
+    player:beginScrubbing()
+    T.eq(player:inScrubbing(), true)
+    for _, row in ipairs({ { 1.24, 31 }, { 1.239, 30 }, { 0.5, 12 } }) do
+        local before = #log.states
+        player:setPosition(row[1])
+        waitFor("the frame at " .. row[1], function()
+            return #log.states >= before + 3 and log.states[#log.states] == "playing"
+        end)
+        T.eq(frameShown(view), row[2], "frame at " .. row[1])
+    end
+    player:endScrubbing()
+    T.eq(player:inScrubbing(), false)
+    waitFor("playing on", function()
+        return player:currentTime() > 0.7
+    end)
+    player:pause()
+    waitForState(player, log, "paused")
+    local pushes = #log.times
+    KyEventLoop.runUntil(function() return false end, 0.35)
+    T.eq(#log.times, pushes, "no current time while paused")
+    close(view, player)
+end)
+
+T.case("the native object: arguments, and the end of its life", function()
+    local view, player = openReady(media.corpus("h264.mp4"))
+    local native = player:hasNativePlayer()
+    local natives = _BUNDLE:getCFunction("KyVideoPlayerWin_nativeFuncs_L")()
+    T.raises(function() natives.newKyVideoPlayerWin(1, 2) end, nil, "Wrong number of arguments to KyVideoPlayerWin")
+    local queue = import("KyAlternateUniverseSupport").makeTransitQueue()
+    local action = import("KyWorkerThreads").makeMainThreadAction(function() end)
+    T.raises(function() natives.newKyVideoPlayerWin(queue, action, {}) end, "Assertion failed: manifestation")
+    T.raises(function() native:setPosition(5) end, "Assertion failed: rt")
+    native:resizeVideo(70000, 120)
+    local left, top, right, bottom = native:getVideoPosition()
+    T.eq(right, 4464, "the low 16 bits of the width")
+    T.eq(tostring(native:duration()), "RatioTime( 20000000/10000000 )")
+    local time = RatioTime.makeRatioTime(5, 1)
+    native:setPosition(time)
+    close(view, player)
+    waitFor("the pulse to stop after the close", function()
+        return not player._currentTimeTimer
+    end)
+    native:invalidateReference()
+    local arguments = { openURL = { "clip.mp4" }, resizeVideo = { 10, 10 }, setPosition = { time } }
+    for _, method in ipairs({ "pause", "play", "stop", "openURL", "handleEvent", "resizeVideo", "repaintVideo",
+        "getVideoPosition", "getPlayerState", "duration", "currentTime", "setPosition", "beginScrubbing",
+        "endScrubbing", "closePlayer", "closeURL", "setPosterFrame", "invalidateReference" }) do
+        T.raises(function() native[method](native, unpack(arguments[method] or {})) end, "Invalidate")
+    end
+    T.raises(function() player:play() end, "Invalidate")
+end)
+
+T.case("a player dropped while playing is collected, leaving no thread or window behind", function()
+    collectgarbage("collect")
+    local threads = threadCount()
+    local dropped = setmetatable({}, { __mode = "v" })
+    do
+        local view, player, log = openReady(media.corpus("h264.mp4"))
+        player:play()
+        waitForState(player, log, "playing")
+        view:close()
+        dropped[1] = player
+    end
+    waitFor("the player to be collected", function()
+        collectgarbage("collect")
+        return dropped[1] == nil
+    end)
+    waitFor("the engine's threads to end", function()
+        return threadCount() <= threads
+    end)
+    T.eq(KyEventLoop.run(), 0, "nothing is left for the loop")
+end)
+
+T.case("vtk play --headless --seek T --screenshot shows the frame at T", function()
+    for _, row in ipairs({ { "0", 0 }, { "1.23", 30 }, { "1.24", 31 }, { "1.96", 49 } }) do
+        local shot = os.tmpname() .. ".png"
+        local _, status, errors = media.run(media.shellQuote(vtk) .. " play --headless --seek " .. row[1]
+            .. " --screenshot " .. media.shellQuote(shot) .. " " .. media.shellQuote(media.corpus("h264.mp4")))
+        T.eq(status, 0, errors)
+        T.eq(bandNumber(media.pngInfo(shot)), row[2], "frame at " .. row[1])
+        os.remove(shot)
+    end
+end)
+
+T.finish()
