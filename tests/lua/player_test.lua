@@ -14,8 +14,8 @@ local RatioTime = import("RatioTime")
 local kWait = 10
 
 -- A view and a player on it, with every push of the three streams recorded.
-local function newPlayer()
-    local view = KyVideoView.createVideoPlayerView({ width = 320, height = 240, title = "player test" })
+local function newPlayer(width, height)
+    local view = KyVideoView.createVideoPlayerView({ width = width or 320, height = height or 240, title = "player test" })
     local player = KyVideoPlayerWin.create()
     player:initNativePlayer(view)
     view:setDelegate(player)
@@ -50,8 +50,8 @@ local function close(view, player)
     view:close()
 end
 
-local function openReady(path)
-    local view, player, log = newPlayer()
+local function openReady(path, width, height)
+    local view, player, log = newPlayer(width, height)
     player:openURL(path)
     waitForState(player, log, "ready")
     return view, player, log
@@ -71,6 +71,16 @@ local function frameShown(view)
     local width, height = view:getSize()
     return bandNumber(width, height, function(x, y)
         return view:getPixel(x, y)
+    end)
+end
+
+-- Shows the frame at a time by scrubbing: the session confirms the start, then the picture.
+local function showFrame(player, log, seconds)
+    player:beginScrubbing()
+    local before = #log.states
+    player:setPosition(seconds)
+    waitFor("the frame at " .. seconds, function()
+        return #log.states >= before + 3 and log.states[#log.states] == "playing"
     end)
 end
 
@@ -150,11 +160,7 @@ T.case("scrubbing shows the frame at a time, and the pulse only feeds while play
     player:beginScrubbing()
     T.eq(player:inScrubbing(), true)
     for _, row in ipairs({ { 1.24, 31 }, { 1.239, 30 }, { 0.5, 12 } }) do
-        local before = #log.states
-        player:setPosition(row[1])
-        waitFor("the frame at " .. row[1], function()
-            return #log.states >= before + 3 and log.states[#log.states] == "playing"
-        end)
+        showFrame(player, log, row[1])
         T.eq(frameShown(view), row[2], "frame at " .. row[1])
     end
     player:endScrubbing()
@@ -218,6 +224,84 @@ T.case("a player dropped while playing is collected, leaving no thread or window
         return threadCount() <= threads
     end)
     T.eq(KyEventLoop.run(), 0, "nothing is left for the loop")
+end)
+
+T.case("the class before, during and after a player's life", function()
+    local player = KyVideoPlayerWin.create()
+    T.eq(player:getPlayerState(), "closed")
+    T.eq(player:isReadyToPlay(), false)
+    T.eq(player:getURL(), false)
+    assert(player:getPlayerStateStream() ~= KyVideoPlayerWin.create():getPlayerStateStream(), "streams of their own")
+    player:setPosition(0.25)
+    local view = KyVideoView.createVideoPlayerView({ width = 160, height = 120 })
+    player:initNativePlayer(view)
+    view:setDelegate(player)
+    local native = player:hasNativePlayer()
+    local other = KyVideoView.createVideoPlayerView()
+    player:initNativePlayer(other)
+    other:close()
+    T.eq(player:hasNativePlayer(), native, "a second initNativePlayer does nothing")
+    local first
+    player:getCurrentTimeStream():subscribe(function(...)
+        first = first or { ... }
+    end)
+    T.eq(first[1], 0.25, "a position asked for before the player existed reaches it at once")
+    local states = {}
+    player:getPlayerStateStream():subscribe(function(state)
+        table.insert(states, state)
+    end)
+    player:openURL(media.corpus("h264.mp4"))
+    T.eq(player:getPlayerState(), "open_pending")
+    player:performPlayOrPause()
+    T.eq(player:getPlayerState(), "open_pending", "skipped, not remembered")
+    waitFor("ended", function()
+        if states[#states] == "ready" then
+            player:performPlayOrPause()
+        end
+        return states[#states] == "ended"
+    end)
+    player:performPlayOrPause()
+    T.eq(player:getPlayerState(), "playing", "play again from the end")
+    assert(player:currentTime() < 1, "from the beginning")
+    player:closeURL()
+    T.eq(player:getURL(), nil)
+    player:closePlayer()
+    player:closePlayer()
+    view:close()
+end)
+
+T.case("createVideoPlayerView adds the kind of view to the caller's table", function()
+    local args = { width = 100, height = 80, mine = "kept" }
+    local view = KyVideoView.createVideoPlayerView(args)
+    T.eq(args.mine, "kept")
+    T.eq(args._WinClassName, "KyViewWinVideoPlayer")
+    T.eq(args._WinClass, import("KyViewWinVideoPlayer"))
+    T.eq(args._manifestationFactory, import("KyView").osFactory())
+    T.eq(args._NSClass, nil)
+    T.eq(table.concat({ view:getSize() }, "x"), "100x80")
+    view:close()
+    T.eq(view:isOpen(), false)
+    T.raises(function() import("KyView").createKyView({ parent = view }) end, nil, "top-level views only")
+    T.raises(function() import("KyView").createKyView({ width = 0 }) end, nil, "width must be 1 to 16384")
+end)
+
+T.case("the picture is upright, in its display shape, letterboxed", function()
+    for _, name in ipairs({ "rot90.mp4", "rot180.mp4", "rot270.mp4", "sar_8_9.mp4" }) do
+        local shot = os.tmpname() .. ".png"
+        local _, status, errors = media.run(media.shellQuote(vtk) .. " play --headless --screenshot "
+            .. media.shellQuote(shot) .. " " .. media.shellQuote(media.corpus(name)))
+        T.eq(status, 0, errors)
+        T.eq(table.concat({ media.corners(shot) }, ","), "red,green,blue,white", name)
+        os.remove(shot)
+    end
+    local view, player, log = openReady(media.corpus("sar_8_9.mp4"), 400, 240)
+    showFrame(player, log, 0)
+    local function colour(x, y)
+        return media.colourName(view:getPixel(x, y))
+    end
+    T.eq(colour(20, 30) .. colour(380, 200), "blackblack", "bars beside a 4:3 picture")
+    T.eq(colour(60, 30) .. colour(340, 30) .. colour(60, 200) .. colour(340, 200), "redgreenbluewhite")
+    close(view, player)
 end)
 
 T.case("vtk play --headless --seek T --screenshot shows the frame at T", function()
