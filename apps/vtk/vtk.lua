@@ -438,6 +438,8 @@ local function generalHelp()
     say("")
     say("Options:")
     say("  --help     show this text; 'vtk COMMAND --help' explains a command")
+    say("  --log L    before the command: log the toolkit's work at level L (trace, debug, info,")
+    say("             warn, off) on standard error; warn by default")
     say("  --version  show the toolkit's version")
     say("")
     say("Exit status: 0 success, 1 an input failed, 2 bad usage.")
@@ -450,6 +452,16 @@ local function version()
 end
 
 local args = { ... }
+-- --log LEVEL, before the command: the host's logging level for the toolkit's loggers.
+if args[1] == "--log" then
+    local level = args[2]
+    if not pcall(import("VnLogger").setLevel, level) then
+        complain("--log needs trace, debug, info, warn or off, not '", tostring(level), "'")
+        return EXIT_USAGE
+    end
+    table.remove(args, 1)
+    table.remove(args, 1)
+end
 local name = args[1]
 if name == nil or name == "--help" or name == "-h" or name == "help" then
     if name == "help" and args[2] and commands[args[2]] then

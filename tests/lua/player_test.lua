@@ -177,7 +177,7 @@ T.case("scrubbing shows the frame at a time, and the pulse only feeds while play
 end)
 
 T.case("the native object: arguments, and the end of its life", function()
-    local view, player = openReady(media.corpus("h264.mp4"))
+    local view, player, log = openReady(media.corpus("h264.mp4"))
     local native = player:hasNativePlayer()
     local natives = _BUNDLE:getCFunction("KyVideoPlayerWin_nativeFuncs_L")()
     T.raises(function() natives.newKyVideoPlayerWin(1, 2) end, nil, "Wrong number of arguments to KyVideoPlayerWin")
@@ -195,7 +195,11 @@ T.case("the native object: arguments, and the end of its life", function()
     waitFor("the pulse to stop after the close", function()
         return not player._currentTimeTimer
     end)
+    KyEventLoop.runUntil(function() return false end, 0.05)
+    local states = #log.states
     native:invalidateReference()
+    KyEventLoop.runUntil(function() return false end, 0.05)
+    T.eq(#log.states, states, "the closing of an invalidated player sends nothing")
     local arguments = { openURL = { "clip.mp4" }, resizeVideo = { 10, 10 }, setPosition = { time } }
     for _, method in ipairs({ "pause", "play", "stop", "openURL", "handleEvent", "resizeVideo", "repaintVideo",
         "getVideoPosition", "getPlayerState", "duration", "currentTime", "setPosition", "beginScrubbing",
