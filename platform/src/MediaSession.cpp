@@ -141,9 +141,11 @@ public:
         state_ = State::Started;
         if (seeking || state == State::Stopped || state == State::Ended) {
             const LONGLONG target = seeking ? position->hVal : 0;
-            engine_->seek(target, rate_ == 0.0f);
-            clock_->setPosition(target);
-            scheduler_->preroll(true, rate_ == 0.0f);
+            const bool scrubbing = rate_ == 0.0f;
+            scheduler_->preroll(true, scrubbing, [&] {
+                engine_->seek(target, scrubbing);
+                clock_->setPosition(target);
+            });
         } else if (!resumeFlow()) {
             scheduler_->setPlaying(true);
         }
@@ -254,9 +256,10 @@ private:
     bool resumeFlow() {
         if (rate_ == 0.0f || !engine_->parked()) return false;
         const LONGLONG position = clock_->now();
-        engine_->seek(position);
-        clock_->setPosition(position);
-        scheduler_->preroll(true, false);
+        scheduler_->preroll(true, false, [&] {
+            engine_->seek(position);
+            clock_->setPosition(position);
+        });
         return true;
     }
 

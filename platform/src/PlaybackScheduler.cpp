@@ -36,8 +36,9 @@ HRESULT PlaybackScheduler::start() {
     return S_OK;
 }
 
-void PlaybackScheduler::preroll(bool playing, bool scrub) {
+void PlaybackScheduler::preroll(bool playing, bool scrub, const std::function<void()>& seek) {
     std::lock_guard<std::mutex> lock(mutex_);
+    seek();
     clock_.setRunning(false);
     playing_ = playing;
     prerolling_ = true;

@@ -30,9 +30,11 @@ public:
     /* E_OUTOFMEMORY when the thread cannot start. */
     HRESULT start();
 
-    /* After a seek: shows the first picture of the new position at once and then runs the clock
-     * when playing; with scrub the picture's display is reported. */
-    void preroll(bool playing, bool scrub);
+    /* A seek: runs seek (which repositions the engine and the clock) and then shows the first
+     * picture of the new position at once, and runs the clock when playing; with scrub the
+     * picture's display is reported. seek runs under the scheduler's lock, so no tick sees the
+     * new generation's pictures before it is ready for them. */
+    void preroll(bool playing, bool scrub, const std::function<void()>& seek);
     /* Runs or holds the clock without a seek. */
     void setPlaying(bool playing);
 
