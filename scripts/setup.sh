@@ -10,6 +10,7 @@ lua5.1 liblua5.1-0-dev python3
 libgtest-dev libgmock-dev libbenchmark-dev
 libavutil-dev libavformat-dev libavcodec-dev libswscale-dev
 libpng-dev libsdl2-dev
+libxslt1-dev libxml2-dev libegl-dev libegl-mesa0 libgl1-mesa-dri pci.ids
 ffmpeg libimage-exiftool-perl ffmpegthumbnailer
 binutils
 $*

@@ -199,7 +199,7 @@ local kInfoFields = {
 }
 
 local commands = {}
-local commandOrder = { "info", "poster", "xmp", "play", "run", "timecode" }
+local commandOrder = { "info", "poster", "xmp", "play", "hw", "run", "timecode" }
 
 commands.info = {
     summary = "show a video file's properties: duration, frame rate, display size, rotation",
@@ -335,6 +335,52 @@ standard error and vtk exits with 1.]],
             return EXIT_FAILED
         end
         return code
+    end,
+}
+
+-- How long the hardware sniff may take before the report is shown as it stands.
+local kHardwareSeconds = 20
+
+local function jsonValue(value)
+    if type(value) == "number" then
+        return formatNumber(value)
+    elseif type(value) == "boolean" then
+        return tostring(value)
+    end
+    return jsonString(tostring(value))
+end
+
+commands.hw = {
+    summary = "report the machine's graphics adapters, displays, OpenGL and audio hardware",
+    usage = "vtk hw [--json]",
+    help = [[
+Shows the rows of the toolkit's hardware report, label and value, as the application shows them:
+graphics adapters (PCI ids and names, driver, video memory where the driver tells), displays,
+OpenGL (from an offscreen context; software rendering says so), sound cards and the default
+audio output. Nothing needs root and no other program runs. With --json, one array of
+{"label": ..., "value": ...} objects. Exit status 1 when the report stayed incomplete.]],
+    run = function(args)
+        local options, words = parseOptions(args, { json = false })
+        if #words > 0 then
+            usageError("hw takes no arguments")
+        end
+        local report = import("SystemAudioVisualInfo").getAvInfo()
+        import("KyEventLoop").runUntil(function()
+            return report.updated
+        end, kHardwareSeconds)
+        if options.json then
+            local rows = {}
+            for _, row in ipairs(report) do
+                table.insert(rows, '{"label":' .. jsonString(row[1]) .. ',"value":' .. jsonValue(row[2]) .. "}")
+            end
+            say("[", table.concat(rows, ","), "]")
+        else
+            for _, row in ipairs(report) do
+                -- An adapter's value is several lines joined by CR LF TAB: shown indented.
+                say(row[1], ": ", (string.gsub(tostring(row[2]), "\r\n\t", "\n    ")))
+            end
+        end
+        return report.updated and EXIT_OK or EXIT_FAILED
     end,
 }
 

@@ -12,8 +12,8 @@
  * native reference (KyMainThreadAction_copy) does not keep the Lua action alive: whoever holds a
  * reference also keeps the Lua value reachable (see KyDirectObject_keepLuaValue), so that a cycle
  * through native code never hides garbage from the collector. A trigger of an action whose Lua
- * value was collected, or whose state was closed, does nothing. Any thread may trigger; copy and
- * release belong to the main thread. An error raised by the function ends that run; the event loop
+ * value was collected, or whose state was closed, does nothing. Copy belongs to the main thread;
+ * trigger and release may come from any thread. An error raised by the function ends that run; the event loop
  * reports it (KyEventLoop.h). */
 #ifndef KY_TRANSIT_H
 #define KY_TRANSIT_H

@@ -209,7 +209,7 @@ LoopState::~LoopState() {
 
 bool LoopState::hasWork() {
     std::lock_guard<std::mutex> hold(triggeredLock);
-    return openViews > 0 || !pulses.empty() || !triggered.empty();
+    return openViews > 0 || backgroundJobs > 0 || !pulses.empty() || !triggered.empty();
 }
 
 bool LoopState::call(int arguments, const char* what) {

@@ -22,8 +22,10 @@ namespace {
 const luaL_Reg kNativeModules[] = {
     {"KyAlternateUniverseSupport", ky::openAlternateUniverseSupport},
     {"KyEventLoop", ky::openEventLoop},
+    {"KyHardwareSniffer", ky::openHardwareSniffer},
     {"KyView", ky::openView},
     {"KyWorkerThreads", ky::openWorkerThreads},
+    {"KyXML", ky::openXML},
     {nullptr, nullptr},
 };
 

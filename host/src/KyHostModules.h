@@ -11,6 +11,8 @@ int openAlternateUniverseSupport(lua_State* L);
 int openWorkerThreads(lua_State* L);
 int openEventLoop(lua_State* L);
 int openView(lua_State* L);
+int openXML(lua_State* L);
+int openHardwareSniffer(lua_State* L);
 
 }  // namespace ky
 

@@ -34,6 +34,7 @@ struct LoopState {
     std::map<int, Pulse> pulses;
     int nextPulse = 1;
     int openViews = 0;
+    int backgroundJobs = 0;  // host work on other threads whose result Lua still waits for
     bool windowsUsed = false;  // once a view was made, messages are pumped
     bool quitRequested = false;
     int exitCode = 0;

@@ -1,6 +1,8 @@
-# cmake -DCOMMAND="prog;args" -DEXIT=n [-DSTDOUT=text | -DGOLDEN=file] [-DSTDERR=regex] -P check_command.cmake
-# Runs one command and checks its exit status, its standard output (exactly, or byte for byte
-# against a golden file) and its standard error.
+# cmake -DCOMMAND="prog;args" -DEXIT=n [-DSTDOUT=text | -DGOLDEN=file | -DSTDOUT_MATCHES=regex]
+#       [-DSTDERR=regex] -P check_command.cmake
+# Runs one command and checks its exit status, its standard output (exactly, byte for byte against
+# a golden file, or against a regular expression where it depends on the machine) and its
+# standard error.
 execute_process(COMMAND ${COMMAND} RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
 set(problems "")
 if(NOT status STREQUAL EXIT)
@@ -13,6 +15,8 @@ if(DEFINED GOLDEN)
     endif()
 elseif(DEFINED STDOUT AND NOT out STREQUAL "${STDOUT}\n")
     string(APPEND problems "standard output is not \"${STDOUT}\"\n")
+elseif(DEFINED STDOUT_MATCHES AND NOT out MATCHES "${STDOUT_MATCHES}")
+    string(APPEND problems "standard output does not match \"${STDOUT_MATCHES}\"\n")
 endif()
 if(DEFINED STDERR AND NOT err MATCHES "${STDERR}")
     string(APPEND problems "standard error does not match \"${STDERR}\"\n")
