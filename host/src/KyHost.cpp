@@ -43,16 +43,6 @@ int bundleHasResource(void* record, lua_State* L) {
     return 1;
 }
 
-int bundleGetResourceByName(void* record, lua_State* L) {
-    const auto bytes = bundleOf(record)->getResourceByName(luaL_checkstring(L, 2));
-    if (bytes) {
-        lua_pushlstring(L, bytes->data(), bytes->size());
-    } else {
-        lua_pushnil(L);
-    }
-    return 1;
-}
-
 int bundleToString(void* record, lua_State* L) {
     lua_pushfstring(L, "KyToolkitWin( %s )", bundleOf(record)->path().c_str());
     return 1;
@@ -62,7 +52,8 @@ const KyDirectObjectMethodRow kBundleMethods[] = {
     {"getCFunction", bundleGetCFunction},
     {"fileNamed", bundleFileNamed},
     {"hasResource", bundleHasResource},
-    {"getResourceByName", bundleGetResourceByName},
+    // The same answer: a resource's bytes by its file name.
+    {"getResourceByName", bundleFileNamed},
     {"__tostring", bundleToString},
     {nullptr, nullptr},
 };

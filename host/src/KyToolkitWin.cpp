@@ -85,9 +85,9 @@ std::optional<std::string> KyToolkitWin::getResourceByName(const char* fileName)
 }
 
 int KyToolkitWin::fileNamed(lua_State* L) {
-    const auto file = resourcePath(luaL_checkstring(L, 2));
-    if (file) {
-        lua_pushstring(L, file->c_str());
+    const auto bytes = getResourceByName(luaL_checkstring(L, 2));
+    if (bytes) {
+        lua_pushlstring(L, bytes->data(), bytes->size());
     } else {
         lua_pushnil(L);
     }
