@@ -197,6 +197,11 @@ BOOL KyWindow_present(HWND window, const void* bgrx, int width, int height, int 
 /* Draws the last presented picture again into its destination, the rest black (all black before
  * any picture); for WM_PAINT after a resize or exposure. */
 BOOL KyWindow_repaint(HWND window);
+/* Sets the window's overlay, a width x height picture of B, G, R, A bytes (straight alpha, rows
+ * top-down, stride bytes apart) drawn at client position x, y over the video picture at every
+ * present and repaint, blended by its alpha, and shows the window so; bgra null removes it. The
+ * window keeps a copy. For controls drawn over or beside the video. */
+BOOL KyWindow_setOverlay(HWND window, const void* bgra, int width, int height, int stride, int x, int y);
 /* The client area's pixels as shown, 0xAARRGGBB with alpha 0xFF, rows top-down. */
 BOOL KyWindow_readPixels(HWND window, std::vector<uint32_t>* argb, int* width, int* height);
 

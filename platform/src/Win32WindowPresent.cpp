@@ -1,6 +1,7 @@
 // Video pictures in windows through SDL's software renderer: the picture lives on in a texture, so
 // a repaint after a resize or exposure draws it again without the decoder.
 #include <cstddef>
+#include <utility>
 
 #include "Win32WindowRegistry.h"
 
@@ -55,11 +56,11 @@ bool drawWindow(Window& window) {
     if (!clear(window)) {
         return false;
     }
-    if (window.picture != nullptr) {
-        const RECT& to = window.destination;
+    for (const auto& [texture, to] : {std::pair{window.picture, window.destination},
+                                      std::pair{window.overlay, window.overlayDestination}}) {
         const SDL_Rect destination{to.left, to.top, to.right - to.left, to.bottom - to.top};
-        if (destination.w > 0 && destination.h > 0 &&
-            SDL_RenderCopy(window.renderer, window.picture, nullptr, &destination) != 0) {
+        if (texture != nullptr && destination.w > 0 && destination.h > 0 &&
+            SDL_RenderCopy(window.renderer, texture, nullptr, &destination) != 0) {
             return false;
         }
     }
@@ -90,6 +91,38 @@ BOOL KyWindow_present(HWND handle, const void* bgrx, int width, int height, int 
         return FALSE;
     }
     window->destination = target;
+    if (!kywindow::drawWindow(*window)) {
+        SetLastError(ERROR_GEN_FAILURE);
+        return FALSE;
+    }
+    return TRUE;
+}
+
+BOOL KyWindow_setOverlay(HWND handle, const void* bgra, int width, int height, int stride, int x, int y) {
+    Window* window = kywindow::findWindow(handle);
+    if (window == nullptr) {
+        return FALSE;
+    }
+    if (bgra != nullptr && (width < 1 || height < 1 || width > kLargestPicture || height > kLargestPicture ||
+                            stride < width * 4)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (window->overlay != nullptr) {
+        SDL_DestroyTexture(window->overlay);
+        window->overlay = nullptr;
+    }
+    if (bgra != nullptr) {
+        // B, G, R, A bytes are SDL's ARGB8888 as a little-endian 32-bit word.
+        window->overlay =
+            SDL_CreateTexture(window->renderer, SDL_PIXELFORMAT_ARGB8888, SDL_TEXTUREACCESS_STATIC, width, height);
+        if (window->overlay == nullptr || SDL_SetTextureBlendMode(window->overlay, SDL_BLENDMODE_BLEND) != 0 ||
+            SDL_UpdateTexture(window->overlay, nullptr, bgra, stride) != 0) {
+            SetLastError(ERROR_GEN_FAILURE);
+            return FALSE;
+        }
+        window->overlayDestination = RECT{x, y, x + width, y + height};
+    }
     if (!kywindow::drawWindow(*window)) {
         SetLastError(ERROR_GEN_FAILURE);
         return FALSE;

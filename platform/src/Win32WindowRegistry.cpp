@@ -32,8 +32,8 @@ uintptr_t numberOf(HWND window) { return reinterpret_cast<uintptr_t>(window); }
 }  // namespace
 
 Window::~Window() {
-    if (picture != nullptr) {
-        SDL_DestroyTexture(picture);
+    for (SDL_Texture* texture : {picture, overlay}) {
+        if (texture != nullptr) SDL_DestroyTexture(texture);
     }
     if (renderer != nullptr) {
         SDL_DestroyRenderer(renderer);

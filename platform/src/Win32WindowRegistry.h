@@ -18,6 +18,8 @@ struct Window {
     SDL_Renderer* renderer = nullptr;
     SDL_Texture* picture = nullptr;  // the last presented picture, for repaints
     RECT destination{};
+    SDL_Texture* overlay = nullptr;  // drawn over the picture, blended by its alpha
+    RECT overlayDestination{};
     WNDPROC procedure = nullptr;
     std::wstring className;
     LONG_PTR userData = 0;

@@ -327,6 +327,35 @@ TEST_F(Win32Window, PresentsAPictureIntoItsDestinationAndBlackAround) {
     expectLetterboxedQuadrants(window);
 }
 
+TEST_F(Win32Window, TheOverlayBlendsOverThePictureUntilRemoved) {
+    Received received;
+    const HWND window = create(&received, 200, 100);
+    int stride = 0;
+    const std::vector<uint32_t> picture = quadrants(&stride);
+    const RECT destination{50, 10, 150, 90};
+    ASSERT_TRUE(KyWindow_present(window, picture.data(), 40, 20, stride, &destination));
+    // Left half opaque green, right half white at alpha 0x80, over the red quadrant and the bar.
+    std::vector<uint32_t> overlay(20 * 10);
+    for (int i = 0; i < 200; ++i) overlay[i] = i % 20 < 10 ? (kOpaque | kGreen) : 0x80FFFFFFu;
+    ASSERT_TRUE(KyWindow_setOverlay(window, overlay.data(), 20, 10, 80, 40, 20));
+    std::vector<uint32_t> pixels;
+    int width = 0;
+    int height = 0;
+    ASSERT_TRUE(KyWindow_readPixels(window, &pixels, &width, &height));
+    EXPECT_EQ(pixels[25 * width + 45], kOpaque | kGreen) << "opaque overlay over the black bar";
+    const uint32_t blended = pixels[25 * width + 55];
+    EXPECT_NEAR(static_cast<int>((blended >> 16) & 0xFF), 255, 3) << "red stays full under white";
+    EXPECT_NEAR(static_cast<int>(blended & 0xFF), 128, 3) << "half the white over red's blue";
+    EXPECT_EQ(pixels[25 * width + 65], kOpaque | kRed) << "beside the overlay";
+
+    ASSERT_TRUE(KyWindow_repaint(window));
+    ASSERT_TRUE(KyWindow_readPixels(window, &pixels, &width, &height));
+    EXPECT_EQ(pixels[25 * width + 45], kOpaque | kGreen) << "a repaint keeps the overlay";
+    EXPECT_FALSE(KyWindow_setOverlay(window, overlay.data(), 20, 10, 40, 0, 0)) << "stride shorter than a row";
+    ASSERT_TRUE(KyWindow_setOverlay(window, nullptr, 0, 0, 0, 0, 0));
+    expectLetterboxedQuadrants(window);
+}
+
 TEST_F(Win32Window, RepaintDrawsTheLastPictureAgainAfterAResize) {
     Received received;
     const HWND window = create(&received, 200, 100, WS_VISIBLE);
