@@ -21,6 +21,7 @@ namespace {
 
 const luaL_Reg kNativeModules[] = {
     {"KyAlternateUniverseSupport", ky::openAlternateUniverseSupport},
+    {"KyCanvas", ky::openCanvas},
     {"KyEventLoop", ky::openEventLoop},
     {"KyHardwareSniffer", ky::openHardwareSniffer},
     {"KyView", ky::openView},

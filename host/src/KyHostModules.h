@@ -12,6 +12,7 @@ int openWorkerThreads(lua_State* L);
 int openEventLoop(lua_State* L);
 int openView(lua_State* L);
 int openXML(lua_State* L);
+int openCanvas(lua_State* L);
 int openHardwareSniffer(lua_State* L);
 
 }  // namespace ky

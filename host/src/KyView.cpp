@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "GdiPlusFlat.h"
+#include "KyCanvas.h"
 #include "KyHostModules.h"
 #include "KyLoop.h"
 #include "KyNativeString.h"
@@ -172,6 +173,22 @@ int viewSaveImage(void* record, lua_State* L) {
     return 1;
 }
 
+// setOverlay(canvas, x, y) shows a copy of the canvas over the video at x, y; setOverlay(nil)
+// takes it away.
+int viewSetOverlay(void* record, lua_State* L) {
+    HWND window = openWindow(record, L);
+    BOOL shown = FALSE;
+    if (lua_isnoneornil(L, 2)) {
+        shown = KyWindow_setOverlay(window, nullptr, 0, 0, 0, 0, 0);
+    } else {
+        const ky::Canvas& canvas = ky::checkCanvas(L, 2);
+        shown = KyWindow_setOverlay(window, canvas.bgra.data(), canvas.width, canvas.height, canvas.width * 4,
+                                    static_cast<int>(luaL_checkinteger(L, 3)), static_cast<int>(luaL_checkinteger(L, 4)));
+    }
+    if (!shown) luaL_error(L, "the overlay cannot be shown");
+    return 0;
+}
+
 int viewCollect(void* record, lua_State*) {
     KyViewManifestationWin*& view = manifestationOf(record);
     if (view == nullptr) return 0;
@@ -196,6 +213,7 @@ const KyDirectObjectMethodRow kViewMethods[] = {
     {"getDelegate", viewGetDelegate},
     {"getPixel", viewGetPixel},
     {"saveImage", viewSaveImage},
+    {"setOverlay", viewSetOverlay},
     {"__gc", viewCollect},
     {"__tostring", viewToString},
     {nullptr, nullptr},
