@@ -83,6 +83,12 @@ int viewGetSize(void* record, lua_State* L) {
     return 2;
 }
 
+// getDpi() -> the dots per inch of the view's display (96 where it does not tell).
+int viewGetDpi(void* record, lua_State* L) {
+    lua_pushinteger(L, GetDpiForWindow(openWindow(record, L)));
+    return 1;
+}
+
 int viewSetSize(void* record, lua_State* L) {
     const int width = static_cast<int>(luaL_checkinteger(L, 2));
     const int height = static_cast<int>(luaL_checkinteger(L, 3));
@@ -206,6 +212,7 @@ int viewToString(void* record, lua_State* L) {
 const KyDirectObjectMethodRow kViewMethods[] = {
     {"getSize", viewGetSize},
     {"setSize", viewSetSize},
+    {"getDpi", viewGetDpi},
     {"isOpen", viewIsOpen},
     {"close", viewClose},
     {"setEventHandler", viewSetEventHandler},

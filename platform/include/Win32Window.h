@@ -165,6 +165,10 @@ LONG_PTR GetWindowLongPtrW(HWND window, int index);
 LRESULT DefWindowProcW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 LRESULT CallWindowProcW(WNDPROC procedure, HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 
+/* The dots per inch of the display the window is on, 96 where the display does not tell; 0 for a
+ * bad handle. Main thread. */
+UINT GetDpiForWindow(HWND window);
+
 /* Any thread. window null posts a message for no window, retrieved with hwnd null. FALSE with
  * ERROR_NOT_ENOUGH_QUOTA when the queue is full. */
 BOOL PostMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);

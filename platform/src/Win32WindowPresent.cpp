@@ -10,6 +10,7 @@ using kywindow::Window;
 namespace {
 
 constexpr int kLargestPicture = 16384;
+constexpr UINT kStandardDpi = 96;
 
 bool validDestination(const RECT& rect) { return rect.right >= rect.left && rect.bottom >= rect.top; }
 
@@ -128,6 +129,19 @@ BOOL KyWindow_setOverlay(HWND handle, const void* bgra, int width, int height, i
         return FALSE;
     }
     return TRUE;
+}
+
+UINT GetDpiForWindow(HWND handle) {
+    Window* window = kywindow::findWindow(handle);
+    if (window == nullptr) {
+        return 0;
+    }
+    float dpi = 0;
+    const int display = SDL_GetWindowDisplayIndex(window->sdlWindow);
+    if (display < 0 || SDL_GetDisplayDPI(display, &dpi, nullptr, nullptr) != 0 || dpi <= 0) {
+        return kStandardDpi;
+    }
+    return static_cast<UINT>(dpi + 0.5f);
 }
 
 BOOL KyWindow_repaint(HWND handle) {

@@ -249,6 +249,8 @@ TEST_F(Win32Window, RejectsBadHandlesAndArguments) {
     EXPECT_FALSE(KyWindow_present(window, &pixel, 1, 1, 4, &inverted));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
     EXPECT_FALSE(KyWindow_readPixels(window, nullptr, nullptr, nullptr));
+    EXPECT_EQ(GetDpiForWindow(nullptr), 0u);
+    EXPECT_GE(GetDpiForWindow(window), 72u) << "a display that does not tell counts as 96";
     EXPECT_EQ(GetWindowLongPtrW(window, 12345), 0);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_INDEX);
     EXPECT_FALSE(UnregisterClassW(kClassName, nullptr));
