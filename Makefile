@@ -21,7 +21,7 @@ build: configure
 
 demo: setup
 	@$(MAKE) --no-print-directory build
-	$(BUILD)/bin/vtk timecode --table
+	@./scripts/demo.sh $(BUILD)
 
 test: setup
 	@$(MAKE) --no-print-directory build

@@ -6,11 +6,12 @@ set -eu
 
 PACKAGES="
 build-essential cmake pkg-config git
-lua5.1 liblua5.1-0-dev python3
+lua5.1 liblua5.1-0-dev python3 python3-cairo
 libgtest-dev libgmock-dev libbenchmark-dev
 libavutil-dev libavformat-dev libavcodec-dev libswscale-dev
 libpng-dev libsdl2-dev
 libxslt1-dev libxml2-dev libegl-dev libegl-mesa0 libgl1-mesa-dri pci.ids
+xvfb xauth xdotool x11-apps
 ffmpeg libimage-exiftool-perl ffmpegthumbnailer
 binutils
 $*

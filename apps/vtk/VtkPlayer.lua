@@ -3,8 +3,9 @@
 -- own until the window closes or q is pressed, and gives the exit status.
 --   space  play / pause      left, right  seek 5 s      comma, period  one frame back / on
 --   s      stop              q, escape    quit
--- With a screenshot path it shows the frame at the seek time (0 without one) by scrubbing, writes
--- the window's picture as PNG and ends.
+-- Paused, it opens on the frame at the seek time (0 without one), shown by scrubbing. With a
+-- screenshot path it shows that frame, writes the window's picture as PNG and ends. Playing shows
+-- the control bar (VtkControls.lua) under the picture.
 local KyEventLoop = import("KyEventLoop")
 local KyVideoPlayerWin = import("KyVideoPlayerWin")
 local KyVideoView = import("KyVideoView")
@@ -15,6 +16,8 @@ local kSeekStepSeconds = 5
 local kDefaultWidth, kDefaultHeight = 640, 360
 local kLargestWidth, kLargestHeight = 1280, 720
 local kDefaultFrameSeconds = 1 / 30
+local kBarHeight = 29
+local kHighDensityDpi = 144
 
 local function complain(...)
     io.stderr:write("vtk: ", ...)
@@ -26,23 +29,30 @@ end
 local function videoLayout(path)
     local ok, info = pcall(VideoSupport.getVideoFileInfo, path)
     if not ok or not info.hasVideo or (info.width or 0) <= 0 or (info.height or 0) <= 0 then
-        return kDefaultWidth, kDefaultHeight, kDefaultFrameSeconds
+        return kDefaultWidth, kDefaultHeight, kDefaultFrameSeconds, nil
     end
     local scale = math.min(1, kLargestWidth / info.width, kLargestHeight / info.height)
     local width = math.max(1, math.floor(info.width * scale + 0.5))
     local height = math.max(1, math.floor(info.height * scale + 0.5))
     local rate = info.frame_rate
-    local frameSeconds = rate and rate.numerator > 0 and rate.denominator / rate.numerator or kDefaultFrameSeconds
-    return width, height, frameSeconds
+    local known = rate and rate.numerator > 0
+    return width, height, known and rate.denominator / rate.numerator or kDefaultFrameSeconds, known and rate or nil
 end
 
 local function clamp(value, low, high)
     return math.max(low, math.min(value, high))
 end
 
+-- The controls' scale: the skin's 2x images on a display of 144 dots per inch or more.
+local function scaleOf(view)
+    return view:getDpi() >= kHighDensityDpi and 2 or 1
+end
+
 return function(options)
-    local width, height, frameSeconds = videoLayout(options.file)
-    local view = KyVideoView.createVideoPlayerView({ width = width, height = height, title = options.file })
+    local width, height, frameSeconds, rate = videoLayout(options.file)
+    -- A screenshot is of the picture alone; playing shows the control bar under it.
+    local barHeight = options.screenshot and 0 or kBarHeight
+    local view = KyVideoView.createVideoPlayerView({ width = width, height = height + barHeight, title = options.file })
     local player = KyVideoPlayerWin.create()
     player:initNativePlayer(view)
     if not player:hasNativePlayer() then
@@ -51,6 +61,27 @@ return function(options)
         return EXIT_FAILED
     end
     view:setDelegate(player)
+    local controls
+    if not options.screenshot then
+        local scale = scaleOf(view)
+        if scale ~= 1 then
+            view:setSize(width * scale, (height + barHeight) * scale)
+        end
+        local Controls = assert(loadstring(vtkHost.chunks.VtkControls, "=VtkControls.lua"))()
+        controls = Controls.new({ player = player, view = view, scale = scale, rate = rate, hasAudio = true })
+        controls:layout(view:getSize())
+        player:getPlayerStateStream():subscribe(function(state)
+            -- The picture keeps clear of the bar once the player can place it.
+            if state == "ready" then
+                local viewWidth, viewHeight = view:getSize()
+                player:resizeVideo(viewWidth, viewHeight - kBarHeight * scale)
+            end
+            controls:render()
+        end)
+        player:getCurrentTimeStream():subscribe(function(position, duration)
+            controls:setTime(position, duration)
+        end)
+    end
 
     local status = EXIT_OK
     local function finish(code)
@@ -79,7 +110,7 @@ return function(options)
             if seek and seek > player:durationInSeconds() then
                 complain(string.format("--seek %g lies beyond the end (%g s)", seek, player:durationInSeconds()))
                 finish(EXIT_FAILED)
-            elseif options.screenshot then
+            elseif options.screenshot or options.paused then
                 showFrameAt(seek or 0)
             elseif seek then
                 player:setPosition(seek)
@@ -128,12 +159,18 @@ return function(options)
         q = function() finish(EXIT_OK) end,
         escape = function() finish(EXIT_OK) end,
     }
-    view:setEventHandler(function(_, event, key)
-        if event == "key" and keys[key] then
-            keys[key]()
+    local buttons = { play = keys.space, prev = keys.comma, next = keys.period }
+    view:setEventHandler(function(_, event, a, b)
+        if event == "key" and keys[a] then
+            keys[a]()
         elseif event == "close" then
             finish(EXIT_OK)
             return true
+        elseif controls and event == "size" then
+            controls:layout(a, b)
+            player:resizeVideo(a, b - kBarHeight * controls.scale)
+        elseif controls and string.sub(event, 1, 6) == "mouse_" then
+            controls:mouse(event, a, b, buttons)
         end
     end)
 

@@ -386,18 +386,19 @@ audio output. Nothing needs root and no other program runs. With --json, one arr
 
 commands.play = {
     summary = "play a video in a window with sound",
-    usage = "vtk play FILE [--headless] [--seek SECONDS] [--screenshot OUT.png]",
+    usage = "vtk play FILE [--headless] [--paused] [--seek SECONDS] [--screenshot OUT.png]",
     help = [[
 Plays FILE in a window of its own, with sound where the machine has an output.
 Keys: space play/pause, left/right seek 5 s, comma/period step one frame back/on (scrubbing),
 s stop, q or Escape quit.
 --seek SECONDS     start at that time instead of the beginning.
+--paused           open showing the first frame (or the one at --seek) without playing.
 --screenshot PATH  show the frame at --seek (or the first frame), write the window's picture
                    to PATH as PNG and quit.
 --headless         draw offscreen with silent audio, for scripts and machines without a display;
                    without --screenshot the file plays to its end and vtk quits.]],
     run = function(args)
-        local options, files = parseOptions(args, { headless = false, seek = true, screenshot = true })
+        local options, files = parseOptions(args, { headless = false, paused = false, seek = true, screenshot = true })
         if #files ~= 1 then
             usageError("play needs exactly one FILE")
         end
@@ -409,7 +410,8 @@ s stop, q or Escape quit.
             vtkHost.useHeadlessDrivers()
         end
         local play = assert(loadstring(vtkHost.chunks.VtkPlayer, "=VtkPlayer.lua"))()
-        return play({ file = files[1], seek = seek, screenshot = options.screenshot, headless = options.headless })
+        return play({ file = files[1], seek = seek, screenshot = options.screenshot, headless = options.headless,
+            paused = options.paused })
     end,
 }
 
