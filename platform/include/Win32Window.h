@@ -165,8 +165,8 @@ LONG_PTR GetWindowLongPtrW(HWND window, int index);
 LRESULT DefWindowProcW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 LRESULT CallWindowProcW(WNDPROC procedure, HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 
-/* The dots per inch of the display the window is on, 96 where the display does not tell; 0 for a
- * bad handle. Main thread. */
+/* The dots per inch of the display the window is on; where the display does not tell, 96 times the
+ * desktop's scale (GDK_SCALE, 1 to 4; 1 without it); 0 for a bad handle. Main thread. */
 UINT GetDpiForWindow(HWND window);
 
 /* Any thread. window null posts a message for no window, retrieved with hwnd null. FALSE with

@@ -1,6 +1,7 @@
 // Video pictures in windows through SDL's software renderer: the picture lives on in a texture, so
 // a repaint after a resize or exposure draws it again without the decoder.
 #include <cstddef>
+#include <cstdlib>
 #include <utility>
 
 #include "Win32WindowRegistry.h"
@@ -138,10 +139,13 @@ UINT GetDpiForWindow(HWND handle) {
     }
     float dpi = 0;
     const int display = SDL_GetWindowDisplayIndex(window->sdlWindow);
-    if (display < 0 || SDL_GetDisplayDPI(display, &dpi, nullptr, nullptr) != 0 || dpi <= 0) {
-        return kStandardDpi;
+    if (display >= 0 && SDL_GetDisplayDPI(display, &dpi, nullptr, nullptr) == 0 && dpi > kStandardDpi) {
+        return static_cast<UINT>(dpi + 0.5f);
     }
-    return static_cast<UINT>(dpi + 0.5f);
+    // Where the display does not tell, the desktop's scale (GDK_SCALE, as X11 desktops set it) does.
+    const char* scale = std::getenv("GDK_SCALE");
+    const int factor = scale != nullptr ? std::atoi(scale) : 1;
+    return kStandardDpi * static_cast<UINT>(factor >= 1 && factor <= 4 ? factor : 1);
 }
 
 BOOL KyWindow_repaint(HWND handle) {

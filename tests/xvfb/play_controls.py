@@ -2,7 +2,8 @@
 """vtk play in a real X window, driven as a person would: the test clicks the play button and drags
 the play head with synthetic input (xdotool), captures the window as the X server shows it (xwd),
 and checks that the controls are drawn, that the picture advanced after play, and that it followed
-the drag. Run under xvfb-run:  play_controls.py VTK CLIP
+the drag; and that a desktop scaled 2x gets the 2x images. Run under xvfb-run:
+play_controls.py VTK CLIP
 
 CLIP is the corpus's quadrant clip (25 fps, frame number in a band across the picture's middle)."""
 import os
@@ -63,6 +64,11 @@ class Shot:
             number = number * 2 + (1 if r + g + b > 384 else 0)
         return number
 
+    def mean(self, left, top, width, height):
+        """The mean level of the rectangle's pixels."""
+        values = [sum(self.pixel(x, y)) / 3 for y in range(top, top + height) for x in range(left, left + width)]
+        return sum(values) / len(values)
+
     def varied(self, left, top, width, height):
         """Whether the rectangle holds more than one colour: something is drawn there."""
         colours = {self.pixel(x, y) for y in range(top, top + height) for x in range(left, left + width)}
@@ -87,8 +93,16 @@ def main():
         check(first.varied(29, bar + 2, BUTTON, BUTTON), "the play button is drawn in the bar")
         check(first.varied(TRACK_LEFT, bar + 2, BUTTON, BUTTON), "the play head is drawn at the track's start")
 
-        subprocess.run(["xdotool", "mousemove", "--window", window, str(PLAY_BUTTON[0]), str(bar + PLAY_BUTTON[1]),
-                        "click", "1"], check=True)
+        button = (29, bar + 2, BUTTON, BUTTON)
+        subprocess.run(["xdotool", "mousemove", "--window", window, str(PLAY_BUTTON[0]), str(bar + PLAY_BUTTON[1])],
+                       check=True)
+        time.sleep(0.3)
+        hovered = Shot(window).mean(*button)
+        check(hovered > first.mean(*button) * 1.05, "the play button lights up under the pointer")
+        subprocess.run(["xdotool", "mousedown", "1"], check=True)
+        time.sleep(0.3)
+        check(Shot(window).mean(*button) < first.mean(*button) * 0.95, "and darkens while pressed")
+        subprocess.run(["xdotool", "mouseup", "1"], check=True)
         time.sleep(0.8)
         playing = Shot(window)
         check(playing.frame() > 5, f"the picture advanced after play (frame {playing.frame()})")
@@ -108,6 +122,25 @@ def main():
         check(dragged.varied(TRACK_LEFT + int(usable * 0.8), bar + 2, BUTTON, BUTTON), "the play head followed too")
         subprocess.run(["xdotool", "mouseup", "1", "key", "--window", window, "q"], check=True)
         check(player.wait(timeout=10) == 0, "q quits with status 0")
+    finally:
+        if player.poll() is None:
+            player.kill()
+    check_dense_display(vtk, clip, (first.width, first.height))
+
+
+def check_dense_display(vtk, clip, size):
+    """On a desktop scaled 2x the window is twice the size and the controls use the 2x images."""
+    player = subprocess.Popen([vtk, "play", "--paused", clip], stderr=subprocess.DEVNULL,
+                              env=dict(os.environ, GDK_SCALE="2"))
+    try:
+        window = find_window(os.path.basename(clip))
+        time.sleep(1.0)
+        shot = Shot(window)
+        check((shot.width, shot.height) == (size[0] * 2, size[1] * 2), f"a 2x window ({shot.width}x{shot.height})")
+        bar = shot.height - 2 * BAR_HEIGHT
+        check(shot.varied(2 * 29, bar + 4, 2 * BUTTON, 2 * BUTTON), "the play button at twice the size")
+        subprocess.run(["xdotool", "key", "--window", window, "q"], check=True)
+        check(player.wait(timeout=10) == 0, "q quits")
     finally:
         if player.poll() is None:
             player.kill()
