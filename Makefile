@@ -1,4 +1,11 @@
 # Thin front over CMake. `make demo` and `make test` install what is missing and build first.
+# SANITIZE=address,undefined or SANITIZE=thread builds and tests in a folder of its own.
+SANITIZE ?=
+comma := ,
+ifneq ($(SANITIZE),)
+BUILD ?= build-$(subst $(comma),-,$(SANITIZE))
+CMAKE_FLAGS += -DSANITIZE=$(SANITIZE)
+endif
 BUILD ?= build
 JOBS ?= 2
 PREFIX ?= /usr/local
