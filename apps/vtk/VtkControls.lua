@@ -40,9 +40,10 @@ function Controls.new(options)
     return self
 end
 
--- The skin image of a name such as "vid_play_n", at the controls' scale.
-function Controls:image(name)
-    local file = name .. (self.scale == 2 and "~2x" or "") .. ".png"
+-- The skin image of a name such as "vid_play_n", at the controls' scale unless the skin has it at
+-- base size only.
+function Controls:image(name, baseOnly)
+    local file = name .. ((self.scale == 2 and not baseOnly) and "~2x" or "") .. ".png"
     if not self.images[file] then
         local bytes = _BUNDLE:fileNamed(file)
         self.images[file] = bytes and KyCanvas.fromPNG(bytes) or error("the skin has no " .. file)
@@ -125,7 +126,7 @@ function Controls:render()
     local barTop = self:height() - kBarHeight * s
     drawThirds(canvas, self:image("vid_player_bg_thirds"), 0, barTop, self.width)
     if not self.hasAudio then
-        local placeholder = self:image("vid_no_audio_placeholder")
+        local placeholder = self:image("vid_no_audio_placeholder", true)
         canvas:draw(placeholder, self.width - (kPlaceholderSize + kPlaceholderMargin) * s, 0, kPlaceholderSize * s,
             kPlaceholderSize * s)
     end

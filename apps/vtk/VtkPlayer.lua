@@ -68,7 +68,10 @@ return function(options)
             view:setSize(width * scale, (height + barHeight) * scale)
         end
         local Controls = assert(loadstring(vtkHost.chunks.VtkControls, "=VtkControls.lua"))()
-        controls = Controls.new({ player = player, view = view, scale = scale, rate = rate, hasAudio = true })
+        -- A file that cannot be probed is left to the player, which reports why it cannot play it.
+        local streams = import("KyMediaProbe").streams(options.file)
+        controls = Controls.new({ player = player, view = view, scale = scale, rate = rate,
+            hasAudio = not streams or streams.audio > 0 })
         controls:layout(view:getSize())
         player:getPlayerStateStream():subscribe(function(state)
             -- The picture keeps clear of the bar once the player can place it.

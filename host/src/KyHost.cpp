@@ -24,6 +24,7 @@ const luaL_Reg kNativeModules[] = {
     {"KyCanvas", ky::openCanvas},
     {"KyEventLoop", ky::openEventLoop},
     {"KyHardwareSniffer", ky::openHardwareSniffer},
+    {"KyMediaProbe", ky::openMediaProbe},
     {"KyView", ky::openView},
     {"KyWorkerThreads", ky::openWorkerThreads},
     {"KyXML", ky::openXML},

@@ -13,6 +13,7 @@ int openEventLoop(lua_State* L);
 int openView(lua_State* L);
 int openXML(lua_State* L);
 int openCanvas(lua_State* L);
+int openMediaProbe(lua_State* L);
 int openHardwareSniffer(lua_State* L);
 
 }  // namespace ky

@@ -308,6 +308,17 @@ T.case("the picture is upright, in its display shape, letterboxed", function()
     close(view, player)
 end)
 
+T.case("KyMediaProbe tells which streams a file holds", function()
+    local KyMediaProbe = import("KyMediaProbe")
+    for _, row in ipairs({ { "h264.mp4", 0, 1 }, { "audio_only.m4a", 1, 0 }, { "flashbeep.mp4", 1, 1 } }) do
+        local streams = KyMediaProbe.streams(media.corpus(row[1]))
+        T.eq(streams.audio .. "/" .. streams.video, row[2] .. "/" .. row[3], row[1])
+    end
+    local none, why = KyMediaProbe.streams(media.corpus("random.mp4"))
+    T.eq(none, nil)
+    T.eq(why, "The byte stream type of the given URL is unsupported.")
+end)
+
 T.case("vtk play --headless --seek T --screenshot shows the frame at T", function()
     for _, row in ipairs({ { "0", 0 }, { "1.23", 30 }, { "1.24", 31 }, { "1.96", 49 } }) do
         local shot = os.tmpname() .. ".png"

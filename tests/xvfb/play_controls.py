@@ -17,6 +17,7 @@ PLAY_BUTTON = (29 + 12, 2 + 12)  # centre of the play button, from the bar's top
 TRACK_LEFT = 84
 TIME_WIDTH = 160
 BUTTON = 25
+PLACEHOLDER = 62         # the no-audio placeholder, above the bar's right end
 FPS = 25
 
 
@@ -83,7 +84,8 @@ def check(condition, message):
 
 def main():
     vtk, clip = sys.argv[1], sys.argv[2]
-    player = subprocess.Popen([vtk, "play", "--paused", clip], stderr=subprocess.DEVNULL)
+    log = tempfile.TemporaryFile(mode="w+")
+    player = subprocess.Popen([vtk, "play", "--paused", clip], stderr=log)
     try:
         window = find_window(os.path.basename(clip))
         time.sleep(1.0)
@@ -92,6 +94,10 @@ def main():
         check(first.frame() == 0, f"opened paused on the first frame (shows {first.frame()})")
         check(first.varied(29, bar + 2, BUTTON, BUTTON), "the play button is drawn in the bar")
         check(first.varied(TRACK_LEFT, bar + 2, BUTTON, BUTTON), "the play head is drawn at the track's start")
+        placeholder = (first.width - PLACEHOLDER - 4, bar - PLACEHOLDER - 4, PLACEHOLDER, PLACEHOLDER)
+        check(first.varied(*placeholder) and max(map(sum, (first.pixel(x, y) for x in range(placeholder[0], placeholder[0]
+              + PLACEHOLDER) for y in range(placeholder[1], placeholder[1] + PLACEHOLDER)))) == 765,
+              "the silent clip shows the white no-audio placeholder above the bar")
 
         button = (29, bar + 2, BUTTON, BUTTON)
         subprocess.run(["xdotool", "mousemove", "--window", window, str(PLAY_BUTTON[0]), str(bar + PLAY_BUTTON[1])],
@@ -122,6 +128,10 @@ def main():
         check(dragged.varied(TRACK_LEFT + int(usable * 0.8), bar + 2, BUTTON, BUTTON), "the play head followed too")
         subprocess.run(["xdotool", "mouseup", "1", "key", "--window", window, "q"], check=True)
         check(player.wait(timeout=10) == 0, "q quits with status 0")
+    except (SystemExit, subprocess.CalledProcessError):
+        log.seek(0)
+        sys.stderr.write("vtk play said:\n" + log.read())
+        raise
     finally:
         if player.poll() is None:
             player.kill()

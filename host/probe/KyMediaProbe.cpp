@@ -1,0 +1,96 @@
+// KyMediaProbe: which kinds of streams a media file holds, through the platform's source resolver.
+//   local streams = KyMediaProbe.streams(path)   -- { audio = n, video = n }, or nil and why
+// A library of its own that the host loads at the first import, so that a host which never probes
+// never loads the media framework. Main thread.
+#include <string>
+
+#include "KyNativeString.h"
+#include "MediaFoundation.h"
+#include "MediaSession.h"
+#include "Win32.h"
+
+namespace {
+
+constexpr DWORD kResolveFlags = MF_RESOLUTION_MEDIASOURCE | MF_RESOLUTION_CONTENT_DOES_NOT_HAVE_TO_MATCH_EXTENSION_OR_MIME_TYPE;
+
+template <typename T>
+void release(T*& pointer) {
+    if (pointer != nullptr) pointer->Release();
+    pointer = nullptr;
+}
+
+HRESULT countStreams(const std::wstring& path, int* audio, int* video) {
+    IMFSourceResolver* resolver = nullptr;
+    IUnknown* object = nullptr;
+    IMFMediaSource* source = nullptr;
+    IMFPresentationDescriptor* descriptor = nullptr;
+    MF_OBJECT_TYPE type = MF_OBJECT_INVALID;
+    DWORD count = 0;
+    HRESULT hr = MFCreateSourceResolver(&resolver);
+    if (SUCCEEDED(hr)) hr = resolver->CreateObjectFromURL(path.c_str(), kResolveFlags, nullptr, &type, &object);
+    if (SUCCEEDED(hr)) hr = object->QueryInterface(IID_IMFMediaSource, reinterpret_cast<void**>(&source));
+    if (SUCCEEDED(hr)) hr = source->CreatePresentationDescriptor(&descriptor);
+    if (SUCCEEDED(hr)) hr = descriptor->GetStreamDescriptorCount(&count);
+    for (DWORD i = 0; SUCCEEDED(hr) && i < count; ++i) {
+        BOOL selected = FALSE;
+        IMFStreamDescriptor* stream = nullptr;
+        IMFMediaTypeHandler* handler = nullptr;
+        GUID major = GUID_NULL;
+        hr = descriptor->GetStreamDescriptorByIndex(i, &selected, &stream);
+        if (SUCCEEDED(hr)) hr = stream->GetMediaTypeHandler(&handler);
+        if (SUCCEEDED(hr)) hr = handler->GetMajorType(&major);
+        if (SUCCEEDED(hr)) {
+            *audio += major == MFMediaType_Audio ? 1 : 0;
+            *video += major == MFMediaType_Video ? 1 : 0;
+        }
+        release(handler);
+        release(stream);
+    }
+    if (source != nullptr) source->Shutdown();
+    release(descriptor);
+    release(source);
+    release(object);
+    release(resolver);
+    return hr;
+}
+
+std::string messageOf(HRESULT hr) {
+    wchar_t* text = nullptr;
+    FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                   static_cast<DWORD>(hr), 0, reinterpret_cast<LPWSTR>(&text), 0, nullptr);
+    std::wstring wide = text ? text : L"";
+    if (text) LocalFree(text);
+    while (!wide.empty() && (wide.back() == L'\n' || wide.back() == L'\r')) wide.pop_back();
+    return wide.empty() ? "unknown failure" : WideToMultiByte(CP_UTF8, wide);
+}
+
+int streams(lua_State* L) {
+    const KyNativeString path = KyLua_checkNativeString(L, 1);
+    int audio = 0;
+    int video = 0;
+    HRESULT hr = MFStartup(MF_VERSION, MFSTARTUP_FULL);
+    if (SUCCEEDED(hr)) {
+        hr = countStreams(path, &audio, &video);
+        MFShutdown();
+    }
+    if (FAILED(hr)) {
+        lua_pushnil(L);
+        lua_pushstring(L, messageOf(hr).c_str());
+        return 2;
+    }
+    lua_createtable(L, 0, 2);
+    lua_pushinteger(L, audio);
+    lua_setfield(L, -2, "audio");
+    lua_pushinteger(L, video);
+    lua_setfield(L, -2, "video");
+    return 1;
+}
+
+}  // namespace
+
+extern "C" KY_EXPORT int KyMediaProbe_open(lua_State* L) {
+    lua_createtable(L, 0, 1);
+    lua_pushcfunction(L, streams);
+    lua_setfield(L, -2, "streams");
+    return 1;
+}
