@@ -107,11 +107,11 @@ SdlFacts sdlFacts() {
     if (SDL_InitSubSystem(SDL_INIT_AUDIO) == 0) {
         add("AudioDriver", SDL_GetCurrentAudioDriver());
         char* name = nullptr;
-        SDL_AudioSpec spec{};
-        if (SDL_GetDefaultAudioInfo(&name, &spec, 0) == 0) {
+        SDL_AudioSpec format{};
+        if (SDL_GetDefaultAudioInfo(&name, &format, 0) == 0) {
             add("AudioOutput", name ? name : "default");
-            add("AudioSampleRate", std::to_string(spec.freq));
-            add("AudioChannels", std::to_string(spec.channels));
+            add("AudioSampleRate", std::to_string(format.freq));
+            add("AudioChannels", std::to_string(format.channels));
             SDL_free(name);
         } else {
             add("AudioOutput", kNone);
