@@ -55,6 +55,9 @@ bool startSdl() {
     }
     // The host handles SIGINT and SIGTERM itself; SDL would turn them into SDL_QUIT events.
     SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
+    // Windows are drawn by the software renderer into the window's own framebuffer; letting SDL
+    // back that framebuffer with an OpenGL renderer would load the GL stack for nothing.
+    SDL_SetHintWithPriority(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0", SDL_HINT_DEFAULT);
     SDL_SetMainReady();
     if (SDL_Init(SDL_INIT_VIDEO | SDL_INIT_EVENTS) != 0) {
         SetLastError(ERROR_GEN_FAILURE);

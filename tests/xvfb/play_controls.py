@@ -129,7 +129,7 @@ def main():
         check(abs(dragged.frame() - expected) <= 2, f"the picture followed the drag to 80 % (frame {dragged.frame()}, "
               f"expected about {expected})")
         check(dragged.varied(TRACK_LEFT + int(usable * 0.8), bar + 2, BUTTON, BUTTON), "the play head followed too")
-        subprocess.run(["xdotool", "mouseup", "1", "key", "--window", window, "q"], check=True)
+        subprocess.run(["xdotool", "mouseup", "1", "key", "q"], check=True)
         check(player.wait(timeout=10) == 0, "q quits with status 0")
     except (SystemExit, subprocess.CalledProcessError):
         log.seek(0)
@@ -152,7 +152,7 @@ def check_dense_display(vtk, clip, size):
         check((shot.width, shot.height) == (size[0] * 2, size[1] * 2), f"a 2x window ({shot.width}x{shot.height})")
         bar = shot.height - 2 * BAR_HEIGHT
         check(shot.varied(2 * 29, bar + 4, 2 * BUTTON, 2 * BUTTON), "the play button at twice the size")
-        subprocess.run(["xdotool", "key", "--window", window, "q"], check=True)
+        subprocess.run(["xdotool", "mousemove", "--window", window, "10", "10", "key", "q"], check=True)
         check(player.wait(timeout=10) == 0, "q quits")
     finally:
         if player.poll() is None:
