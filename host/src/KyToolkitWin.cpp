@@ -30,10 +30,12 @@ bool KyToolkitWin::initWithPath(const char* path) {
 }
 
 // The library is opened at the first lookup: reading the manifest and resources needs no code,
-// and the library brings the media frameworks with it.
+// and the library brings the media frameworks with it. It stays mapped until the process ends:
+// the media framework's threads may still be finishing a call-back into the toolkit's objects
+// (which they hold counted references to) when the host lets the bundle go.
 bool KyToolkitWin::openLibrary() {
     if (library_ == nullptr && !libraryPath_.empty()) {
-        library_ = dlopen(libraryPath_.c_str(), RTLD_NOW | RTLD_LOCAL);
+        library_ = dlopen(libraryPath_.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
         if (library_ == nullptr) error_ = dlerror();
     }
     return library_ != nullptr;
