@@ -6,6 +6,10 @@ ifneq ($(SANITIZE),)
 BUILD ?= build-$(subst $(comma),-,$(SANITIZE))
 CMAKE_FLAGS += -DSANITIZE=$(SANITIZE)
 endif
+# The leak check's settings and the reports that are not ours (tests/sanitizers/lsan.supp).
+ifneq ($(findstring address,$(SANITIZE)),)
+TEST_ENV := LSAN_OPTIONS=use_tls=0:suppressions=$(CURDIR)/tests/sanitizers/lsan.supp
+endif
 BUILD ?= build
 JOBS ?= 2
 PREFIX ?= /usr/local
@@ -32,7 +36,7 @@ demo: setup
 
 test: setup
 	@$(MAKE) --no-print-directory build
-	cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
+	cd $(BUILD) && $(TEST_ENV) ctest --output-on-failure -j$(JOBS)
 
 bench: setup
 	@./scripts/setup.sh mpv

@@ -53,6 +53,7 @@ public:
                 return false;
             case WM_DESTROY:
                 if (pushPlayer(L, viewIndex)) callDelegate(L, "closeURL", 0);
+                releaseUndeliveredEvents();
                 return false;
             default:
                 return false;
@@ -60,6 +61,16 @@ public:
     }
 
 private:
+    // Session events still queued for the window would be dropped with it, each holding a
+    // reference to its event: they are taken out and released. Closing the media first means no
+    // more are posted.
+    void releaseUndeliveredEvents() {
+        MSG message;
+        while (PeekMessageW(&message, GetWnd()->m_hWnd, kPlayerEventMessage, kPlayerEventMessage, PM_REMOVE)) {
+            reinterpret_cast<IMFMediaEvent*>(message.wParam)->Release();
+        }
+    }
+
     // The event carries one reference, which the player's handleEvent consumes. A view without a
     // player, or a call that raises before reaching the engine (an invalidated player), leaves it
     // here, and so it is released here.
