@@ -89,8 +89,8 @@ int streams(lua_State* L) {
 }  // namespace
 
 extern "C" KY_EXPORT int KyMediaProbe_open(lua_State* L) {
-    lua_createtable(L, 0, 1);
-    lua_pushcfunction(L, streams);
-    lua_setfield(L, -2, "streams");
+    static const luaL_Reg functions[] = {{"streams", streams}, {nullptr, nullptr}};
+    lua_newtable(L);
+    luaL_register(L, nullptr, functions);
     return 1;
 }

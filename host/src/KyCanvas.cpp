@@ -28,14 +28,14 @@ int checkSize(lua_State* L, int index, const char* what) {
     return static_cast<int>(value);
 }
 
-void pushCanvasMetatable(lua_State* L);
+extern const luaL_Reg kCanvasMethods[];
 
 ky::Canvas* pushCanvas(lua_State* L, int width, int height) {
     auto* canvas = new (lua_newuserdata(L, sizeof(ky::Canvas))) ky::Canvas();
     canvas->width = width;
     canvas->height = height;
     canvas->bgra.assign(static_cast<size_t>(width) * height * 4, 0);
-    pushCanvasMetatable(L);
+    ky::pushMetatable(L, kCanvasMeta, kCanvasMethods);
     lua_setmetatable(L, -2);
     return canvas;
 }
@@ -161,15 +161,6 @@ const luaL_Reg kCanvasMethods[] = {
     {"__gc", collect}, {nullptr, nullptr},
 };
 
-// The methods live in the metatable, which is its own __index.
-void pushCanvasMetatable(lua_State* L) {
-    if (luaL_newmetatable(L, kCanvasMeta)) {
-        luaL_register(L, nullptr, kCanvasMethods);
-        lua_pushvalue(L, -1);
-        lua_setfield(L, -2, "__index");
-    }
-}
-
 }  // namespace
 
 namespace ky {
@@ -179,13 +170,6 @@ Canvas& checkCanvas(lua_State* L, int index) {
     return *canvas;
 }
 
-int openCanvas(lua_State* L) {
-    lua_createtable(L, 0, 2);
-    lua_pushcfunction(L, newCanvas);
-    lua_setfield(L, -2, "new");
-    lua_pushcfunction(L, fromPNG);
-    lua_setfield(L, -2, "fromPNG");
-    return 1;
-}
+const luaL_Reg kCanvasFunctions[] = {{"new", newCanvas}, {"fromPNG", fromPNG}, {nullptr, nullptr}};
 
 }  // namespace ky

@@ -82,14 +82,8 @@ int onPulse(lua_State* L) {
     const int id = loop->nextPulse++;
     loop->pulses[id] = Pulse{interval, LoopClock::now() + interval, function};
     *static_cast<int*>(lua_newuserdata(L, sizeof(int))) = id;
-    if (luaL_newmetatable(L, "KyPulse")) {
-        lua_newtable(L);
-        lua_pushcfunction(L, pulseStop);
-        lua_setfield(L, -2, "stop");
-        lua_pushcfunction(L, pulseIsRunning);
-        lua_setfield(L, -2, "isRunning");
-        lua_setfield(L, -2, "__index");
-    }
+    static const luaL_Reg methods[] = {{"stop", pulseStop}, {"isRunning", pulseIsRunning}, {nullptr, nullptr}};
+    pushMetatable(L, "KyPulse", methods);
     lua_setmetatable(L, -2);
     return 1;
 }
@@ -196,12 +190,12 @@ int failures(lua_State* L) {
     return 1;
 }
 
+}  // namespace
+
 const luaL_Reg kEventLoopFunctions[] = {
     {"onPulse", onPulse}, {"run", run}, {"runUntil", runUntil}, {"quit", quit}, {"failures", failures},
     {nullptr, nullptr},
 };
-
-}  // namespace
 
 LoopState::~LoopState() {
     for (KyMainThreadActionRecord* action : triggered) KyMainThreadAction_release(action);
@@ -250,12 +244,6 @@ std::shared_ptr<LoopState> loopOf(lua_State* L) {
     lua_setmetatable(L, -2);
     lua_rawset(L, LUA_REGISTRYINDEX);
     return loop;
-}
-
-int openEventLoop(lua_State* L) {
-    lua_newtable(L);
-    luaL_register(L, nullptr, kEventLoopFunctions);
-    return 1;
 }
 
 }  // namespace ky

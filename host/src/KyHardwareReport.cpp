@@ -203,14 +203,8 @@ int start(lua_State* L) {
     KyMainThreadAction action = KyMainThreadAction_copy(L, 1);
     auto job = std::make_shared<Job>();
     new (lua_newuserdata(L, sizeof(std::shared_ptr<Job>))) std::shared_ptr<Job>(job);
-    if (luaL_newmetatable(L, kSniffMeta)) {
-        lua_pushcfunction(L, collect);
-        lua_setfield(L, -2, "__gc");
-        lua_newtable(L);
-        lua_pushcfunction(L, result);
-        lua_setfield(L, -2, "result");
-        lua_setfield(L, -2, "__index");
-    }
+    static const luaL_Reg methods[] = {{"result", result}, {"__gc", collect}, {nullptr, nullptr}};
+    ky::pushMetatable(L, kSniffMeta, methods);
     lua_setmetatable(L, -2);
     KyDirectObject_keepLuaValue(L, -1, 1);
     ++ky::loopOf(L)->backgroundJobs;
@@ -228,9 +222,4 @@ int start(lua_State* L) {
 
 }  // namespace
 
-int ky::openHardwareSniffer(lua_State* L) {
-    lua_createtable(L, 0, 1);
-    lua_pushcfunction(L, start);
-    lua_setfield(L, -2, "start");
-    return 1;
-}
+const luaL_Reg ky::kHardwareSnifferFunctions[] = {{"start", start}, {nullptr, nullptr}};

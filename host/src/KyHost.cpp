@@ -19,17 +19,27 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const luaL_Reg kNativeModules[] = {
-    {"KyAlternateUniverseSupport", ky::openAlternateUniverseSupport},
-    {"KyCanvas", ky::openCanvas},
-    {"KyEventLoop", ky::openEventLoop},
-    {"KyHardwareSniffer", ky::openHardwareSniffer},
-    {"KyMediaProbe", ky::openMediaProbe},
-    {"KyView", ky::openView},
-    {"KyWorkerThreads", ky::openWorkerThreads},
-    {"KyXML", ky::openXML},
-    {nullptr, nullptr},
+struct NativeModule {
+    const char* name;
+    const luaL_Reg* functions;
 };
+
+const NativeModule kNativeModules[] = {
+    {"KyAlternateUniverseSupport", ky::kAlternateUniverseSupportFunctions},
+    {"KyCanvas", ky::kCanvasFunctions},
+    {"KyEventLoop", ky::kEventLoopFunctions},
+    {"KyHardwareSniffer", ky::kHardwareSnifferFunctions},
+    {"KyView", ky::kViewFunctions},
+    {"KyWorkerThreads", ky::kWorkerThreadsFunctions},
+    {"KyXML", ky::kXMLFunctions},
+};
+
+// The loader of a native module: a new table of the functions in its upvalue.
+int openNativeModule(lua_State* L) {
+    lua_newtable(L);
+    luaL_register(L, nullptr, static_cast<const luaL_Reg*>(lua_touserdata(L, lua_upvalueindex(1))));
+    return 1;
+}
 
 // Registry key of the prelude's hooks table.
 char hooksKey;
@@ -99,14 +109,25 @@ void setArgTable(lua_State* L, const std::string& name, const std::vector<std::s
 
 }  // namespace
 
+void ky::pushMetatable(lua_State* L, const char* name, const luaL_Reg* methods) {
+    if (luaL_newmetatable(L, name)) {
+        luaL_register(L, nullptr, methods);
+        lua_pushvalue(L, -1);
+        lua_setfield(L, -2, "__index");
+    }
+}
+
 KyHost::KyHost() : L_(luaL_newstate()) {
     luaL_openlibs(L_);
 
     lua_newtable(L_);
-    for (const luaL_Reg* module = kNativeModules; module->name != nullptr; ++module) {
-        lua_pushcfunction(L_, module->func);
-        lua_setfield(L_, -2, module->name);
+    for (const NativeModule& module : kNativeModules) {
+        lua_pushlightuserdata(L_, const_cast<luaL_Reg*>(module.functions));
+        lua_pushcclosure(L_, openNativeModule, 1);
+        lua_setfield(L_, -2, module.name);
     }
+    lua_pushcfunction(L_, ky::openMediaProbe);
+    lua_setfield(L_, -2, "KyMediaProbe");
     for (const KyEmbeddedFile* file = kyHostModules; file->name != nullptr; ++file) {
         if (!loadEmbedded(L_, *file)) {
             lua_error(L_);

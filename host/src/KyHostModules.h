@@ -1,5 +1,5 @@
-// The host modules written in C++. Each opener pushes its module table and returns 1; KyHost
-// lists them beside the Lua ones, so `import` finds both kinds the same way.
+// The host modules written in C++: each is a table of its functions, which KyHost lists beside the
+// Lua modules, so `import` finds both kinds the same way.
 #ifndef KY_HOST_MODULES_H
 #define KY_HOST_MODULES_H
 
@@ -7,14 +7,19 @@
 
 namespace ky {
 
-int openAlternateUniverseSupport(lua_State* L);
-int openWorkerThreads(lua_State* L);
-int openEventLoop(lua_State* L);
-int openView(lua_State* L);
-int openXML(lua_State* L);
-int openCanvas(lua_State* L);
+extern const luaL_Reg kAlternateUniverseSupportFunctions[];
+extern const luaL_Reg kCanvasFunctions[];
+extern const luaL_Reg kEventLoopFunctions[];
+extern const luaL_Reg kHardwareSnifferFunctions[];
+extern const luaL_Reg kViewFunctions[];
+extern const luaL_Reg kWorkerThreadsFunctions[];
+extern const luaL_Reg kXMLFunctions[];
+// KyMediaProbe lives in a library of its own, loaded by this opener (KyMediaProbeLoader.cpp).
 int openMediaProbe(lua_State* L);
-int openHardwareSniffer(lua_State* L);
+
+// Pushes the metatable of that name, made at first use: the methods (a "__gc" row among them) and
+// itself as __index. For the host's small userdata types.
+void pushMetatable(lua_State* L, const char* name, const luaL_Reg* methods);
 
 }  // namespace ky
 

@@ -67,12 +67,7 @@ int makeMainThreadAction(lua_State* L) {
 
 }  // namespace
 
-int ky::openWorkerThreads(lua_State* L) {
-    lua_createtable(L, 0, 1);
-    lua_pushcfunction(L, makeMainThreadAction);
-    lua_setfield(L, -2, "makeMainThreadAction");
-    return 1;
-}
+const luaL_Reg ky::kWorkerThreadsFunctions[] = {{"makeMainThreadAction", makeMainThreadAction}, {nullptr, nullptr}};
 
 void ky::LoopState::runTriggeredActions() {
     std::vector<KyMainThreadActionRecord*> due;

@@ -95,12 +95,7 @@ int makeTransitQueue(lua_State* L) {
 
 }  // namespace
 
-int ky::openAlternateUniverseSupport(lua_State* L) {
-    lua_createtable(L, 0, 1);
-    lua_pushcfunction(L, makeTransitQueue);
-    lua_setfield(L, -2, "makeTransitQueue");
-    return 1;
-}
+const luaL_Reg ky::kAlternateUniverseSupportFunctions[] = {{"makeTransitQueue", makeTransitQueue}, {nullptr, nullptr}};
 
 extern "C" {
 

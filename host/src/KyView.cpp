@@ -281,6 +281,14 @@ bool callHandler(lua_State* L, int viewIndex, int arguments) {
     return result;
 }
 
+// handler(view, event, a, b): a size or a mouse position.
+void callHandlerWithPair(lua_State* L, int viewIndex, const char* event, int a, int b) {
+    lua_pushstring(L, event);
+    lua_pushinteger(L, a);
+    lua_pushinteger(L, b);
+    callHandler(L, viewIndex, 3);
+}
+
 // Runs in protected mode with the Delivery as its light userdata.
 int deliver(lua_State* L) {
     const Delivery& d = *static_cast<Delivery*>(lua_touserdata(L, 1));
@@ -290,10 +298,7 @@ int deliver(lua_State* L) {
     char letter[2];
     switch (d.message) {
         case WM_SIZE:
-            lua_pushliteral(L, "size");
-            lua_pushinteger(L, LOWORD(d.lParam));
-            lua_pushinteger(L, HIWORD(d.lParam));
-            callHandler(L, viewIndex, 3);
+            callHandlerWithPair(L, viewIndex, "size", LOWORD(d.lParam), HIWORD(d.lParam));
             break;
         case WM_PAINT:
             lua_pushliteral(L, "paint");
@@ -309,10 +314,9 @@ int deliver(lua_State* L) {
         case WM_LBUTTONDOWN:
         case WM_LBUTTONUP:
         case WM_MOUSEMOVE:
-            lua_pushstring(L, d.message == WM_LBUTTONDOWN ? "mouse_down" : d.message == WM_LBUTTONUP ? "mouse_up" : "mouse_move");
-            lua_pushinteger(L, GET_X_LPARAM(d.lParam));
-            lua_pushinteger(L, GET_Y_LPARAM(d.lParam));
-            callHandler(L, viewIndex, 3);
+            callHandlerWithPair(L, viewIndex,
+                                d.message == WM_LBUTTONDOWN ? "mouse_down" : d.message == WM_LBUTTONUP ? "mouse_up" : "mouse_move",
+                                GET_X_LPARAM(d.lParam), GET_Y_LPARAM(d.lParam));
             break;
         case WM_CLOSE:
             // A handler that answers true keeps the window open.
@@ -436,19 +440,13 @@ int createKyView(lua_State* L) {
     return 1;
 }
 
-const luaL_Reg kViewFunctions[] = {
+}  // namespace
+
+const luaL_Reg ky::kViewFunctions[] = {
     {"osFactory", osFactory},
     {"createKyView", createKyView},
     {nullptr, nullptr},
 };
-
-}  // namespace
-
-int ky::openView(lua_State* L) {
-    lua_newtable(L);
-    luaL_register(L, nullptr, kViewFunctions);
-    return 1;
-}
 
 extern "C" {
 

@@ -109,23 +109,12 @@ int collect(lua_State* L) {
 int newDocument(lua_State* L) {
     xmlDocPtr document = parse(L, 1, "the text is no well-formed XML");
     *static_cast<xmlDocPtr*>(lua_newuserdata(L, sizeof(xmlDocPtr))) = document;
-    if (luaL_newmetatable(L, kDocumentMeta)) {
-        lua_pushcfunction(L, collect);
-        lua_setfield(L, -2, "__gc");
-        lua_newtable(L);
-        lua_pushcfunction(L, transform);
-        lua_setfield(L, -2, "transform");
-        lua_setfield(L, -2, "__index");
-    }
+    static const luaL_Reg methods[] = {{"transform", transform}, {"__gc", collect}, {nullptr, nullptr}};
+    ky::pushMetatable(L, kDocumentMeta, methods);
     lua_setmetatable(L, -2);
     return 1;
 }
 
 }  // namespace
 
-int ky::openXML(lua_State* L) {
-    lua_createtable(L, 0, 1);
-    lua_pushcfunction(L, newDocument);
-    lua_setfield(L, -2, "KyXML");
-    return 1;
-}
+const luaL_Reg ky::kXMLFunctions[] = {{"KyXML", newDocument}, {nullptr, nullptr}};

@@ -319,23 +319,25 @@ void expectLetterboxedQuadrants(HWND window) {
     }
 }
 
-TEST_F(Win32Window, PresentsAPictureIntoItsDestinationAndBlackAround) {
-    Received received;
-    const HWND window = create(&received, 200, 100);
+// The quadrants presented into {50, 10, 150, 90}.
+void presentQuadrants(HWND window) {
     int stride = 0;
     const std::vector<uint32_t> picture = quadrants(&stride);
     const RECT destination{50, 10, 150, 90};
     ASSERT_TRUE(KyWindow_present(window, picture.data(), 40, 20, stride, &destination));
+}
+
+TEST_F(Win32Window, PresentsAPictureIntoItsDestinationAndBlackAround) {
+    Received received;
+    const HWND window = create(&received, 200, 100);
+    presentQuadrants(window);
     expectLetterboxedQuadrants(window);
 }
 
 TEST_F(Win32Window, TheOverlayBlendsOverThePictureUntilRemoved) {
     Received received;
     const HWND window = create(&received, 200, 100);
-    int stride = 0;
-    const std::vector<uint32_t> picture = quadrants(&stride);
-    const RECT destination{50, 10, 150, 90};
-    ASSERT_TRUE(KyWindow_present(window, picture.data(), 40, 20, stride, &destination));
+    presentQuadrants(window);
     // Left half opaque green, right half white at alpha 0x80, over the red quadrant and the bar.
     std::vector<uint32_t> overlay(20 * 10);
     for (int i = 0; i < 200; ++i) overlay[i] = i % 20 < 10 ? (kOpaque | kGreen) : 0x80FFFFFFu;
@@ -361,10 +363,7 @@ TEST_F(Win32Window, TheOverlayBlendsOverThePictureUntilRemoved) {
 TEST_F(Win32Window, RepaintDrawsTheLastPictureAgainAfterAResize) {
     Received received;
     const HWND window = create(&received, 200, 100, WS_VISIBLE);
-    int stride = 0;
-    const std::vector<uint32_t> picture = quadrants(&stride);
-    const RECT destination{50, 10, 150, 90};
-    ASSERT_TRUE(KyWindow_present(window, picture.data(), 40, 20, stride, &destination));
+    presentQuadrants(window);
     drain();
     received.messages.clear();
 
