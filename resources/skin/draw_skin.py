@@ -92,15 +92,20 @@ def next_frame(ctx, w, h):
     ctx.fill()
 
 
+def cross(ctx, low, high, width):
+    """An x from corner (low, low) to corner (high, high), in round-capped strokes."""
+    ctx.set_line_width(width)
+    ctx.set_line_cap(cairo.LINE_CAP_ROUND)
+    ctx.move_to(low, low)
+    ctx.line_to(high, high)
+    ctx.move_to(high, low)
+    ctx.line_to(low, high)
+    ctx.stroke()
+
+
 def close(ctx, w, h):
     ctx.set_source_rgb(*GLYPH)
-    ctx.set_line_width(2.2)
-    ctx.set_line_cap(cairo.LINE_CAP_ROUND)
-    ctx.move_to(8, 8)
-    ctx.line_to(17, 17)
-    ctx.move_to(17, 8)
-    ctx.line_to(8, 17)
-    ctx.stroke()
+    cross(ctx, 8, 17, 2.2)
 
 
 def edit(ctx, w, h):
@@ -151,13 +156,7 @@ def tag_delete(ctx, w, h):
     ctx.arc(w / 2, h / 2, 5.25, 0, TAU)
     ctx.fill()
     ctx.set_operator(cairo.OPERATOR_CLEAR)
-    ctx.set_line_width(1.4)
-    ctx.set_line_cap(cairo.LINE_CAP_ROUND)
-    ctx.move_to(3.6, 3.6)
-    ctx.line_to(7.4, 7.4)
-    ctx.move_to(7.4, 3.6)
-    ctx.line_to(3.6, 7.4)
-    ctx.stroke()
+    cross(ctx, 3.6, 7.4, 1.4)
 
 
 def tag_bar(left, right):
