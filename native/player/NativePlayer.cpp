@@ -191,6 +191,12 @@ HRESULT NativePlayer::handleEvent(IMFMediaEvent* event) {
         event->Release();
         return hr;
     }
+    // A session event posted before a close and handled after it belongs to no session: acting on
+    // it would move a closed player to "paused" or "playing".
+    if (session == nullptr) {
+        event->Release();
+        return S_OK;
+    }
     HRESULT status = S_OK;
     hr = event->GetStatus(&status);
     if (SUCCEEDED(hr) && FAILED(status)) hr = status;
@@ -218,7 +224,6 @@ HRESULT NativePlayer::handleEvent(IMFMediaEvent* event) {
 HRESULT NativePlayer::onTopologyStatus(IMFMediaEvent* event) {
     UINT32 status = MF_TOPOSTATUS_INVALID;
     const HRESULT read = event->GetUINT32(MF_EVENT_TOPOLOGY_STATUS, &status);
-    if (session == nullptr) return E_UNEXPECTED;
     if (FAILED(read)) return read;
     if (status != MF_TOPOSTATUS_READY) return S_OK;
 
@@ -236,8 +241,6 @@ HRESULT NativePlayer::onTopologyStatus(IMFMediaEvent* event) {
 }
 
 HRESULT NativePlayer::onPresentationEnded(IMFMediaEvent*) {
-    // An event posted before a close and handled after it finds no session.
-    if (session == nullptr) return S_OK;
     pausingForEnd = true;
     const HRESULT hr = session->Pause();
     setState(ended);

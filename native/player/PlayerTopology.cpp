@@ -137,7 +137,7 @@ HRESULT NativePlayer::addOutputNode(IMFTopology* topology, IMFStreamDescriptor* 
 }
 
 HRESULT NativePlayer::onNewPresentation(IMFMediaEvent* event) {
-    if (session == nullptr || source == nullptr) return S_OK;
+    if (source == nullptr) return S_OK;
     IMFPresentationDescriptor* descriptor = nullptr;
     IMFTopology* topology = nullptr;
     PROPVARIANT value;

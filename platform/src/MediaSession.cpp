@@ -72,7 +72,9 @@ HRESULT resolve(IMFTopology* topology, Resolved* resolved) {
             return MF_E_INVALIDREQUEST;
         }
     }
-    return resolved->path.empty() ? MF_E_INVALIDREQUEST : S_OK;
+    // No stream to play: a file of only data or subtitle tracks. Said as an error of its own, since
+    // the player keeps quiet about a plain invalid request.
+    return resolved->path.empty() ? MF_E_TOPO_CODEC_NOT_FOUND : S_OK;
 }
 
 class MediaSession final : public IMFMediaSession, public IMFGetService, public IMFRateControl {

@@ -124,29 +124,18 @@ T.case("bad inputs get the contract's shapes", function()
     T.eq(natives.getVideoFileInfo("").error_message, "The parameter is incorrect.")
 end)
 
-local function processCounts()
-    local stat = assert(io.open("/proc/self/stat")):read("*l")
-    local pid = string.match(stat, "^(%d+)")
-    local fds = 0
-    for _ in io.popen("ls /proc/" .. pid .. "/fd"):lines() do
-        fds = fds + 1
-    end
-    local status = assert(io.open("/proc/self/status")):read("*a")
-    return fds, tonumber(string.match(status, "Threads:%s*(%d+)"))
-end
-
 T.case("failed opens leave open files and threads where they were", function()
     natives.getVideoFileInfo(media.corpus("random.mp4"))
     collectgarbage()
-    local fdsBefore, threadsBefore = processCounts()
+    local before = T.processFigures()
     for i = 1, 200 do
         local bad = badInputs[math.mod(i, #badInputs) + 1]
         natives.getVideoFileInfo(string.sub(bad[2], 1, 1) == "/" and bad[2] or media.corpus(bad[2]))
     end
     collectgarbage()
-    local fdsAfter, threadsAfter = processCounts()
-    T.eq(fdsAfter, fdsBefore, "open files")
-    T.eq(threadsAfter, threadsBefore, "threads")
+    local after = T.processFigures()
+    T.eq(after.fds, before.fds, "open files")
+    T.eq(after.threads, before.threads, "threads")
 end)
 
 T.case("codec test", function()

@@ -84,13 +84,6 @@ local function showFrame(player, log, seconds)
     end)
 end
 
-local function threadCount()
-    local pipe = io.popen("ls /proc/self/task | wc -l")
-    local count = tonumber(pipe:read("*a"))
-    pipe:close()
-    return count
-end
-
 T.case("a normal life, exactly", function()
     local view, player, log = openReady(media.corpus("h264.mp4"))
     player:play()
@@ -211,7 +204,7 @@ end)
 
 T.case("a player dropped while playing is collected, leaving no thread or window behind", function()
     collectgarbage("collect")
-    local threads = threadCount()
+    local threads = T.processFigures().threads
     local dropped = setmetatable({}, { __mode = "v" })
     do
         local view, player, log = openReady(media.corpus("h264.mp4"))
@@ -225,7 +218,7 @@ T.case("a player dropped while playing is collected, leaving no thread or window
         return dropped[1] == nil
     end)
     waitFor("the engine's threads to end", function()
-        return threadCount() <= threads
+        return T.processFigures().threads <= threads
     end)
     T.eq(KyEventLoop.run(), 0, "nothing is left for the loop")
 end)

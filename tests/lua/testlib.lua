@@ -41,6 +41,26 @@ function T.raises(fn, text, pattern)
     end
 end
 
+-- This process's resident memory in KiB, open files and threads. Read through /proc/<pid>, since
+-- a /proc/self path given to a child process would describe the child.
+function T.processFigures()
+    local file = assert(io.open("/proc/self/status"))
+    local status = file:read("*a")
+    file:close()
+    local pid = string.match(status, "\nPid:%s*(%d+)")
+    local fds = 0
+    local listing = io.popen("ls /proc/" .. pid .. "/fd")
+    for _ in listing:lines() do
+        fds = fds + 1
+    end
+    listing:close()
+    return {
+        rss = tonumber(string.match(status, "VmRSS:%s*(%d+)")),
+        fds = fds - 1, -- the listing's own pipe
+        threads = tonumber(string.match(status, "Threads:%s*(%d+)")),
+    }
+end
+
 function T.finish()
     io.stdout:write(string.format("%d cases, %d failed\n", cases, failures))
     if failures > 0 then
