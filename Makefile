@@ -15,7 +15,7 @@ JOBS ?= 2
 PREFIX ?= /usr/local
 CMAKE_FLAGS ?=
 
-.PHONY: all setup configure build demo test bench install clean
+.PHONY: all setup configure build demo test bench soak install clean
 
 all: build
 
@@ -36,7 +36,12 @@ demo: setup
 
 test: setup
 	@$(MAKE) --no-print-directory build
-	cd $(BUILD) && $(TEST_ENV) ctest --output-on-failure -j$(JOBS)
+	cd $(BUILD) && $(TEST_ENV) ctest --output-on-failure -j$(JOBS) -LE soak_long
+
+# The long soak: 1,000 player cycles and 10,000 inspections, with the process's figures.
+soak: setup
+	@$(MAKE) --no-print-directory build
+	cd $(BUILD) && $(TEST_ENV) ctest --output-on-failure --verbose -L soak_long
 
 bench: setup
 	@./scripts/setup.sh mpv

@@ -1,5 +1,7 @@
 // Images in Lua: a direct object whose record holds one counted reference to a KyImage, given up
 // when the collector finalises the object.
+#include <algorithm>
+#include <climits>
 #include <new>
 
 #include "KyImage.h"
@@ -82,7 +84,11 @@ void KyImageRef_pushToLua(lua_State* L, RCPtr<KyImage> image) {
         lua_pushnil(L);
         return;
     }
+    // The collector sees only the record; the pixels it keeps alive are counted as allocated
+    // too, so that a script making many posters collects them before they pile up.
+    const size_t pixelKiB = static_cast<size_t>(image->GetWidth()) * image->GetHeight() * 4 / 1024;
     new (KyDirectObject_checkPushAllocToLua(L, &imageClass)) ImageRecord{std::move(image)};
+    lua_gc(L, LUA_GCSTEP, static_cast<int>(std::min<size_t>(pixelKiB, INT_MAX)));
 }
 
 RCPtr<KyImage> KyLua_checkWinImage(lua_State* L, int index) {

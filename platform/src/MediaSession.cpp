@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 
+#include "FreedMemory.h"
 #include "MediaEvent.h"
 #include "PlaybackScheduler.h"
 #include "PresentationDescriptor.h"
@@ -292,6 +293,7 @@ private:
         video_ = nullptr;
         audio_ = nullptr;
         clock_->setRunning(false);
+        returnFreedMemory();
     }
 
     ComRefCount refs_;

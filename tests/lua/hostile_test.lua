@@ -7,9 +7,8 @@ local media = dofile(dir .. "/media_lib.lua")
 local hostileDir = arg[1]
 media.setCorpus(arg[2])
 
+local P = dofile(dir .. "/player_lib.lua")
 local KyEventLoop = import("KyEventLoop")
-local KyVideoView = import("KyVideoView")
-local KyVideoPlayerWin = import("KyVideoPlayerWin")
 local natives = _BUNDLE:getCFunction("VideoSupport_nativeFuncs_L")()
 
 local NOT_OPENED = "This object needs to be initialized before the requested operation can be carried out."
@@ -39,31 +38,32 @@ local function inspect(path)
 end
 
 local function play(path, changeFile)
-    local view = KyVideoView.createVideoPlayerView({ width = 160, height = 120, title = "hostile" })
-    local player = KyVideoPlayerWin.create()
-    player:initNativePlayer(view)
-    view:setDelegate(player)
-    local state, err = "closed", nil
-    player:getPlayerStateStream():subscribe(function(s) state = s end)
-    player:getErrorMessageStream():subscribe(function(text) err = err or text end)
+    local view, player, log = P.newPlayer(160, 120)
+    local function state()
+        return log.states[#log.states]
+    end
+    local function failure()
+        for _, text in ipairs(log.errors) do
+            if text ~= "nil" then
+                return text
+            end
+        end
+    end
     player:openURL(path)
-    KyEventLoop.runUntil(function() return state == "ready" or err ~= nil end, kPlayerSeconds)
-    if state == "ready" then
+    KyEventLoop.runUntil(function() return state() == "ready" or failure() end, kPlayerSeconds)
+    if state() == "ready" then
         player:play()
         KyEventLoop.runUntil(function() return false end, 0.2)
         if changeFile then
             changeFile()
         end
         player:setPosition(0.5)
-        KyEventLoop.runUntil(function() return err ~= nil or state == "ended" or state == "paused" end, kPlayOnSeconds)
+        KyEventLoop.runUntil(function()
+            return failure() or state() == "ended" or state() == "paused"
+        end, kPlayOnSeconds)
     end
-    local outcome = err or state
-    player:closeURL()
-    KyEventLoop.runUntil(function() return state == "closed" end, kPlayerSeconds)
-    player:closePlayer()
-    view:setDelegate(nil)
-    view:close()
-    KyEventLoop.runUntil(function() return true end, 0)
+    local outcome = failure() or state()
+    P.close(view, player)
     return outcome
 end
 

@@ -11,51 +11,9 @@ local KyVideoView = import("KyVideoView")
 local KyVideoPlayerWin = import("KyVideoPlayerWin")
 local RatioTime = import("RatioTime")
 
-local kWait = 10
-
--- A view and a player on it, with every push of the three streams recorded.
-local function newPlayer(width, height)
-    local view = KyVideoView.createVideoPlayerView({ width = width or 320, height = height or 240, title = "player test" })
-    local player = KyVideoPlayerWin.create()
-    player:initNativePlayer(view)
-    view:setDelegate(player)
-    local log = { states = {}, errors = {}, times = {} }
-    player:getPlayerStateStream():subscribe(function(state)
-        table.insert(log.states, state)
-    end)
-    player:getErrorMessageStream():subscribe(function(text)
-        table.insert(log.errors, text or "nil")
-    end)
-    player:getCurrentTimeStream():subscribe(function(...)
-        table.insert(log.times, { n = select("#", ...), ... })
-    end)
-    return view, player, log
-end
-
-local function waitFor(what, condition)
-    assert(KyEventLoop.runUntil(condition, kWait), "timed out waiting for " .. what)
-end
-
-local function waitForState(player, log, state)
-    waitFor(state, function()
-        return log.states[#log.states] == state
-    end)
-end
-
-local function close(view, player)
-    player:closeURL()
-    KyEventLoop.runUntil(function() return true end, 0)
-    player:closePlayer()
-    view:setDelegate(nil)
-    view:close()
-end
-
-local function openReady(path, width, height)
-    local view, player, log = newPlayer(width, height)
-    player:openURL(path)
-    waitForState(player, log, "ready")
-    return view, player, log
-end
+local P = dofile(dir .. "/player_lib.lua")
+local newPlayer, waitFor, waitForState, close, openReady = P.newPlayer, P.waitFor, P.waitForState, P.close, P.openReady
+local showFrame = P.showFrame
 
 -- The frame number that a corpus picture shows in its band; pixel(x, y) gives r, g, b.
 local function bandNumber(width, height, pixel)
@@ -74,15 +32,6 @@ local function frameShown(view)
     end)
 end
 
--- Shows the frame at a time by scrubbing: the session confirms the start, then the picture.
-local function showFrame(player, log, seconds)
-    player:beginScrubbing()
-    local before = #log.states
-    player:setPosition(seconds)
-    waitFor("the frame at " .. seconds, function()
-        return #log.states >= before + 3 and log.states[#log.states] == "playing"
-    end)
-end
 
 T.case("a normal life, exactly", function()
     local view, player, log = openReady(media.corpus("h264.mp4"))
