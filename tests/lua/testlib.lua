@@ -61,6 +61,9 @@ function T.processFigures()
     }
 end
 
+-- False in a sanitizer build, whose quarantine and shadow memory make resident memory meaningless.
+T.residentMemoryMeasured = (os.getenv("VTK_TEST_SANITIZE") or "") == ""
+
 function T.finish()
     io.stdout:write(string.format("%d cases, %d failed\n", cases, failures))
     if failures > 0 then
