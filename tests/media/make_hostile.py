@@ -57,34 +57,33 @@ STTS_COUNT, STTS_ENTRIES = 12, 16
 STSZ_COUNT = 16
 VIDEO_TRACK = ("moov", "trak", "mdia")
 SAMPLE_TABLE = VIDEO_TRACK + ("minf", "stbl")
+MVHD, TKHD, MDHD = ("moov", "mvhd"), ("moov", "trak", "tkhd"), VIDEO_TRACK + ("mdhd",)
+STSD, STSZ = SAMPLE_TABLE + ("stsd",), SAMPLE_TABLE + ("stsz",)
 
 
 def huge_dims_mp4(corpus):
     data = mp4(corpus)
-    tkhd = find(data, "moov", "trak", "tkhd")[0]
+    tkhd = find(data, *TKHD)[0]
     put32(data, tkhd + TKHD_WIDTH, 65535 << 16)
     put32(data, tkhd + TKHD_HEIGHT, 65535 << 16)
-    entry = find(data, *SAMPLE_TABLE, "stsd")[0] + STSD_FIRST_ENTRY
+    entry = find(data, *STSD)[0] + STSD_FIRST_ENTRY
     put16(data, entry + SAMPLE_ENTRY_WIDTH, 65535)
     put16(data, entry + SAMPLE_ENTRY_HEIGHT, 65535)
     return data
 
 
-def durations(mvhd, tkhd, mdhd):
+def fields(*settings):
+    """A copy of h264.mp4 with 32-bit fields set, each given as (box path, offset in the box, value)."""
     def make(corpus):
         data = mp4(corpus)
-        put32(data, find(data, "moov", "mvhd")[0] + MVHD_DURATION, mvhd)
-        put32(data, find(data, "moov", "trak", "tkhd")[0] + TKHD_DURATION, tkhd)
-        put32(data, find(data, *VIDEO_TRACK, "mdhd")[0] + MDHD_DURATION, mdhd)
+        for path, offset, value in settings:
+            put32(data, find(data, *path)[0] + offset, value)
         return data
     return make
 
 
-def zero_timescale(corpus):
-    data = mp4(corpus)
-    put32(data, find(data, "moov", "mvhd")[0] + MVHD_TIMESCALE, 0)
-    put32(data, find(data, *VIDEO_TRACK, "mdhd")[0] + MDHD_TIMESCALE, 0)
-    return data
+def durations(value):
+    return fields((MVHD, MVHD_DURATION, value), (TKHD, TKHD_DURATION, value), (MDHD, MDHD_DURATION, value))
 
 
 def sample_deltas(delta):
@@ -97,39 +96,11 @@ def sample_deltas(delta):
     return make
 
 
-def absurd_timescale(corpus):
-    data = mp4(corpus)
-    put32(data, find(data, *VIDEO_TRACK, "mdhd")[0] + MDHD_TIMESCALE, 0x7FFFFFFF)
-    return data
-
-
-def sample_entries(count):
-    def make(corpus):
-        data = mp4(corpus)
-        put32(data, find(data, *SAMPLE_TABLE, "stsd")[0] + STSD_COUNT, count)
-        return data
-    return make
-
-
-def sample_count(corpus):
-    data = mp4(corpus)
-    put32(data, find(data, *SAMPLE_TABLE, "stsz")[0] + STSZ_COUNT, 0x7FFFFFFF)
-    return data
-
-
 def before_moov(inserted):
     def make(corpus):
         data = mp4(corpus)
         moov = find(data, "moov")[0]
         return data[:moov] + inserted + data[moov:]
-    return make
-
-
-def box_size(path, size):
-    def make(corpus):
-        data = mp4(corpus)
-        put32(data, find(data, *path)[0], size)
-        return data
     return make
 
 
@@ -216,21 +187,21 @@ HOSTILE = {
     "huge_dims_mjpeg.avi": huge_dims_mjpeg,
     "huge_dims_png.mov": png_ihdr(65535, 65535),
     "huge_dims.y4m": y4m(65535, 65535, "25:1"),
-    "zero_duration.mp4": durations(0, 0, 0),
-    "huge_duration.mp4": durations(0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF),
+    "zero_duration.mp4": durations(0),
+    "huge_duration.mp4": durations(0xFFFFFFFF),
     "negative_duration.mkv": negative_duration_mkv,
-    "zero_timescale.mp4": zero_timescale,
+    "zero_timescale.mp4": fields((MVHD, MVHD_TIMESCALE, 0), (MDHD, MDHD_TIMESCALE, 0)),
     "zero_rate.mp4": sample_deltas(0),
-    "absurd_rate.mp4": absurd_timescale,
+    "absurd_rate.mp4": fields((MDHD, MDHD_TIMESCALE, 0x7FFFFFFF)),
     "absurd_rate.y4m": y4m(16, 16, "2147483647:1"),
     "zero_rate.y4m": y4m(16, 16, "0:0"),
-    "no_sample_entries.mp4": sample_entries(0),
-    "many_sample_entries.mp4": sample_entries(0x7FFFFFFF),
-    "huge_sample_count.mp4": sample_count,
+    "no_sample_entries.mp4": fields((STSD, STSD_COUNT, 0)),
+    "many_sample_entries.mp4": fields((STSD, STSD_COUNT, 0x7FFFFFFF)),
+    "huge_sample_count.mp4": fields((STSZ, STSZ_COUNT, 0x7FFFFFFF)),
     "no_streams.avi": avi_streams(0),
     "many_streams.avi": avi_streams(1000),
-    "box_smaller_than_header.mp4": box_size(("moov", "trak", "tkhd"), 4),
-    "box_larger_than_parent.mp4": box_size(("moov", "trak"), 0xFFFFFFFF),
+    "box_smaller_than_header.mp4": fields((TKHD, 0, 4)),
+    "box_larger_than_parent.mp4": fields((("moov", "trak"), 0, 0xFFFFFFFF)),
     "box_to_end_of_file.mp4": before_moov(struct.pack(">I4s", 0, b"free")),
     "box_huge_64bit.mp4": before_moov(struct.pack(">I4sQ", 1, b"free", (1 << 63) - 1)),
     "many_boxes.mp4": before_moov(struct.pack(">I4s", 8, b"free") * 500000),
