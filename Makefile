@@ -10,12 +10,17 @@ endif
 ifneq ($(findstring address,$(SANITIZE)),)
 TEST_ENV := LSAN_OPTIONS=use_tls=0:suppressions=$(CURDIR)/tests/sanitizers/lsan.supp
 endif
+# ThreadSanitizer runs the tests whose code of ours runs on several threads: the engine through the
+# player and its Lua bridge, and the source reader.
+ifneq ($(findstring thread,$(SANITIZE)),)
+TEST_SELECTION := -R "^(NativePlayer|SourceReader|Sources/|lua\.player)"
+endif
 BUILD ?= build
 JOBS ?= 2
 PREFIX ?= /usr/local
 CMAKE_FLAGS ?=
 
-.PHONY: all setup configure build demo test bench soak install clean
+.PHONY: all setup configure build demo test bench soak install clean fuzz
 
 all: build
 
@@ -36,7 +41,7 @@ demo: setup
 
 test: setup
 	@$(MAKE) --no-print-directory build
-	cd $(BUILD) && $(TEST_ENV) ctest --output-on-failure -j$(JOBS) -LE soak_long
+	cd $(BUILD) && $(TEST_ENV) ctest --output-on-failure -j$(JOBS) -LE soak_long $(TEST_SELECTION)
 
 # The long soak: 1,000 player cycles and 10,000 inspections, with the process's figures.
 soak: setup
@@ -49,6 +54,10 @@ bench: setup
 	$(BUILD)/bin/bench_ratio
 	python3 bench/inspect.py $(BUILD)
 	python3 bench/playback.py $(BUILD)
+
+# The fuzz targets under libFuzzer for SECONDS each (scripts/fuzz.sh), in build-fuzz/.
+fuzz:
+	@./scripts/fuzz.sh $(SECONDS)
 
 install: build
 	cmake --install $(BUILD) --prefix $(PREFIX)

@@ -50,7 +50,11 @@ int VideoSupport_getVideoFileInfo_L(lua_State* L) {
     lua_createtable(L, 0, 7);
     RatioTime_pushToLua(L, RatioTime{info.duration, kUnitsPerSecond});
     lua_setfield(L, -2, "duration");
-    RatioTime_pushToLua(L, RatioTime{info.frameRateNumerator, info.frameRateDenominator});
+    // A stream that states no frame rate gets 0/1: a RatioTime's denominator is never zero.
+    const RatioTime frameRate = info.frameRateDenominator == 0
+                                    ? RatioTime{0, 1}
+                                    : RatioTime{info.frameRateNumerator, info.frameRateDenominator};
+    RatioTime_pushToLua(L, frameRate);
     lua_setfield(L, -2, "frame_rate");
     lua_pushnumber(L, info.displayWidth);
     lua_setfield(L, -2, "width");

@@ -22,8 +22,8 @@ std::wstring formatCoordinate(const std::wstring& text, const std::wstring& refe
 /* Deletes every "0; 0; 0" (a coordinate that was never set). */
 std::wstring removeZeroTriples(const std::wstring& text);
 
-/* A duration in 100-ns units as a count of 1/600 s, truncated; empty when negative or too long
- * for a 32-bit count. */
+/* A duration in 100-ns units as a count of 1/600 s, truncated; "-2147483648" when negative or too
+ * long for a 32-bit count. */
 std::wstring durationTicksText(int64_t duration100ns);
 
 /* Clockwise rotation in degrees to the EXIF orientation: 90 gives "6"; an unknown angle gives "1". */
