@@ -10,11 +10,15 @@
 
 extern "C" {
 #include <libavformat/avformat.h>
+#include <libavutil/mem.h>
 }
 
 namespace kyplatform {
 
 namespace {
+
+// The largest single allocation FFmpeg may make: an 8K picture in 32-bit colour is 133 MB.
+constexpr size_t kLargestAllocation = size_t{512} << 20;
 
 int hexDigit(char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -87,9 +91,14 @@ std::string localPathFromUrl(LPCWSTR url) {
 
 HRESULT openInput(LPCWSTR url, bool probeStreams, AVFormatContext** context) {
     // Failures reach callers as HRESULTs; FFmpeg's own diagnostics would only clutter the host's
-    // standard error.
-    static std::once_flag quiet;
-    std::call_once(quiet, [] { av_log_set_level(AV_LOG_QUIET); });
+    // standard error. No one allocation may pass what a picture needs: a header claiming hundreds
+    // of millions of entries (an MP4 "keys" box, say) would otherwise have FFmpeg allocate and
+    // clear gigabytes before it finds the file short.
+    static std::once_flag configured;
+    std::call_once(configured, [] {
+        av_log_set_level(AV_LOG_QUIET);
+        av_max_alloc(kLargestAllocation);
+    });
     *context = nullptr;
     const std::string path = localPathFromUrl(url);
     if (path.empty()) return MF_E_UNSUPPORTED_SCHEME;

@@ -18,6 +18,7 @@ local NO_SAMPLE = "The end of the stream has been reached."
 local NOTHING_TO_PLAY = "No suitable transform was found to encode or decode the content."
 local INVALID = "The Media format is recognized but is invalid."
 local UNSUPPORTED = "The byte stream type of the given URL is unsupported."
+local OUT_OF_MEMORY = "Not enough memory resources are available to complete this operation."
 local ACCESS_DENIED = "Access is denied."
 local NOT_FOUND = "The system cannot find the file specified."
 local kInspectSeconds = 6 -- the first sample's 5 s, and the open
@@ -99,6 +100,7 @@ local files = {
     { "box_huge_64bit.mp4", NOT_OPENED, NOT_OPENED, false, UNSUPPORTED },
     { "many_boxes.mp4", "320x240 25/1", "320x240", true, "ended" },
     { "nested_boxes.mp4", NOT_OPENED, NOT_OPENED, false, UNSUPPORTED },
+    { "huge_keys_count.mov", NOT_OPENED, NOT_OPENED, false, OUT_OF_MEMORY },
 }
 
 local report = os.getenv("HOSTILE_REPORT")

@@ -104,6 +104,14 @@ def before_moov(inserted):
     return make
 
 
+def keys_count(corpus):
+    """The phone clip with its QuickTime metadata keys box claiming 268,435,454 keys."""
+    with open(os.path.join(corpus, "phone.mov"), "rb") as f:
+        data = bytearray(f.read())
+    put32(data, data.index(b"keys") + 8, 0x0FFFFFFE)
+    return data
+
+
 def nested_boxes(corpus):
     """A chain of user-data boxes nested 100,000 deep inside moov."""
     data = mp4(corpus)
@@ -206,6 +214,7 @@ HOSTILE = {
     "box_huge_64bit.mp4": before_moov(struct.pack(">I4sQ", 1, b"free", (1 << 63) - 1)),
     "many_boxes.mp4": before_moov(struct.pack(">I4s", 8, b"free") * 500000),
     "nested_boxes.mp4": nested_boxes,
+    "huge_keys_count.mov": keys_count,
 }
 
 
