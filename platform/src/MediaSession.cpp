@@ -286,6 +286,7 @@ private:
 
     // Ends the threads before anything they use goes.
     void teardown() {
+        const bool hadEngine = engine_ != nullptr;
         scheduler_.reset();
         if (audio_) audio_->close();
         engine_.reset();
@@ -293,7 +294,8 @@ private:
         video_ = nullptr;
         audio_ = nullptr;
         clock_->setRunning(false);
-        returnFreedMemory();
+        // Close, Shutdown and the destructor all tear down; the heap walk is for the first only.
+        if (hadEngine) returnFreedMemory();
     }
 
     ComRefCount refs_;
