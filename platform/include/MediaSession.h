@@ -17,6 +17,7 @@
 
 typedef DWORD MediaEventType;
 enum : MediaEventType {
+    MEError = 1,
     MESessionStarted = 103,
     MESessionPaused = 104,
     MESessionStopped = 105,
@@ -148,8 +149,10 @@ struct IMFVideoDisplayControl : IUnknown {
 
 /* Plays one topology at a time. SetTopology resolves it (decoders are added) and queues
  * MESessionTopologyStatus with MF_TOPOSTATUS_READY, or the failure as the event's status. Start
- * with an empty position resumes, with VT_I8 seeks (MF_E_INVALID_POSITION past the end);
- * MEEndOfPresentation comes at the end; Close queues MESessionClosed. */
+ * with an empty position resumes, with VT_I8 seeks; a position before 0 or past the end shows
+ * the first or last picture, pauses there and answers MF_E_INVALID_POSITION. MEEndOfPresentation
+ * comes at the end; MEError with E_OUTOFMEMORY when decoding cannot go on; Close queues
+ * MESessionClosed. */
 struct IMFMediaSession : IMFMediaEventGenerator {
     virtual HRESULT SetTopology(DWORD flags, IMFTopology* topology) = 0;
     virtual HRESULT Start(const GUID* timeFormat, const PROPVARIANT* position) = 0;

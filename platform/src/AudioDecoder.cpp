@@ -1,6 +1,9 @@
 #include "AudioDecoder.h"
 
 #include <algorithm>
+#include <new>
+
+#include "MediaTimeline.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -12,14 +15,12 @@ namespace kyplatform {
 
 namespace {
 
-constexpr AVRational kHundredNanoseconds{1, 10000000};
 constexpr int kBytesPerOutputSample = kOutputChannels * 2;
 
 }  // namespace
 
-HRESULT AudioDecoder::create(AVStream& stream, SeekState& seek, BoundedQueue<Packet>& packets,
-                             BoundedQueue<AudioChunk>& chunks, EndMark& end, std::unique_ptr<AudioDecoder>* decoder) {
-    std::unique_ptr<AudioDecoder> made(new (std::nothrow) AudioDecoder(seek, packets, chunks, end));
+HRESULT AudioDecoder::create(AVStream& stream, DecoderLinks<AudioChunk> links, std::unique_ptr<AudioDecoder>* decoder) {
+    std::unique_ptr<AudioDecoder> made(new (std::nothrow) AudioDecoder(std::move(links)));
     if (!made) return E_OUTOFMEMORY;
     const AVCodec* codec = avcodec_find_decoder(stream.codecpar->codec_id);
     if (codec == nullptr) return MF_E_TOPO_CODEC_NOT_FOUND;
@@ -42,23 +43,32 @@ AudioDecoder::~AudioDecoder() {
 }
 
 void AudioDecoder::run() {
-    while (std::optional<Packet> next = packets_.pop()) {
-        if (next->generation != generation_) {
-            avcodec_flush_buffers(decoder_);
-            // Samples the resampler still holds belong before the seek.
-            swr_free(&resampler_);
-            generation_ = next->generation;
-            nextTime_ = seek_.targetOf(generation_);
+    while (std::optional<Packet> next = links_.packets.pop()) {
+        try {
+            decode(*next);
+        } catch (const std::bad_alloc&) {
+            if (!failed_ && links_.failed) links_.failed(E_OUTOFMEMORY);
+            failed_ = true;
         }
-        if (!next->packet) {
-            avcodec_send_packet(decoder_, nullptr);
-            receiveFrames();
-            end_.generation.store(generation_);
-            continue;
-        }
-        avcodec_send_packet(decoder_, next->packet.get());
-        receiveFrames();
     }
+}
+
+void AudioDecoder::decode(const Packet& next) {
+    if (next.generation != generation_) {
+        avcodec_flush_buffers(decoder_);
+        // Samples the resampler still holds belong before the seek.
+        swr_free(&resampler_);
+        generation_ = next.generation;
+        nextTime_ = links_.seek.targetOf(generation_);
+    }
+    if (!next.packet) {
+        avcodec_send_packet(decoder_, nullptr);
+        receiveFrames();
+        links_.end.generation.store(generation_);
+        return;
+    }
+    avcodec_send_packet(decoder_, next.packet.get());
+    receiveFrames();
 }
 
 void AudioDecoder::receiveFrames() {
@@ -85,7 +95,7 @@ void AudioDecoder::emit(const AVFrame& frame) {
             return;
         }
     }
-    const LONGLONG time = frame.pts == AV_NOPTS_VALUE ? nextTime_ : av_rescale_q(frame.pts, timeBase_, kHundredNanoseconds);
+    const LONGLONG time = frame.pts == AV_NOPTS_VALUE ? nextTime_ : toMediaTime(frame.pts, timeBase_, links_.origin);
     const int capacity = swr_get_out_samples(resampler_, frame.nb_samples);
     if (capacity <= 0) return;
     AudioChunk chunk;
@@ -102,7 +112,7 @@ void AudioDecoder::emit(const AVFrame& frame) {
     chunk.generation = generation_;
     nextTime_ = time + av_rescale(frame.nb_samples, kHundredNanosecondsPerSecond, frame.sample_rate);
     // Samples before the seek target are not heard.
-    const LONGLONG target = seek_.targetOf(generation_);
+    const LONGLONG target = links_.seek.targetOf(generation_);
     if (time < target) {
         const LONGLONG skip = av_rescale(target - time, kOutputRate, kHundredNanosecondsPerSecond);
         const size_t skipBytes = std::min(chunk.bytes.size(), static_cast<size_t>(skip) * kBytesPerOutputSample);
@@ -111,7 +121,7 @@ void AudioDecoder::emit(const AVFrame& frame) {
     }
     if (chunk.offset >= chunk.bytes.size()) return;
     const size_t weight = chunk.bytes.size() - chunk.offset;
-    chunks_.push(std::move(chunk), weight);
+    links_.output.push(std::move(chunk), weight);
 }
 
 }  // namespace kyplatform

@@ -15,26 +15,23 @@ namespace kyplatform {
 class AudioDecoder {
 public:
     /* MF_E_TOPO_CODEC_NOT_FOUND when no decoder for the stream opens. */
-    static HRESULT create(AVStream& stream, SeekState& seek, BoundedQueue<Packet>& packets,
-                          BoundedQueue<AudioChunk>& chunks, EndMark& end, std::unique_ptr<AudioDecoder>* decoder);
+    static HRESULT create(AVStream& stream, DecoderLinks<AudioChunk> links, std::unique_ptr<AudioDecoder>* decoder);
     ~AudioDecoder();
 
     /* The decoding thread's body: returns when the packet queue is closed. */
     void run();
 
 private:
-    AudioDecoder(SeekState& seek, BoundedQueue<Packet>& packets, BoundedQueue<AudioChunk>& chunks, EndMark& end)
-        : seek_(seek), packets_(packets), chunks_(chunks), end_(end) {}
+    explicit AudioDecoder(DecoderLinks<AudioChunk> links) : links_(std::move(links)) {}
+    void decode(const Packet& packet);
     void receiveFrames();
     void emit(const AVFrame& frame);
 
-    SeekState& seek_;
-    BoundedQueue<Packet>& packets_;
-    BoundedQueue<AudioChunk>& chunks_;
-    EndMark& end_;
+    DecoderLinks<AudioChunk> links_;
     AVCodecContext* decoder_ = nullptr;
     SwrContext* resampler_ = nullptr;
     AVFrame* frame_ = nullptr;
+    bool failed_ = false;
     unsigned generation_ = 0;
     AVRational timeBase_{0, 1};
     LONGLONG nextTime_ = 0;  // for frames without a timestamp

@@ -5,6 +5,7 @@
 #define KY_PLATFORM_BOUNDED_QUEUE_H
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -26,16 +27,45 @@ public:
         const unsigned epoch = epoch_;
         changed_.wait(lock, [&] { return closed_ || epoch_ != epoch || items_.empty() || size_ + weight <= capacity_; });
         if (closed_ || epoch_ != epoch) return false;
-        items_.push_back(Entry{std::move(item), weight});
-        size_ += weight;
-        changed_.notify_all();
+        append(std::move(item), weight);
         return true;
+    }
+
+    enum class Push { Done, Full, Cancelled };
+
+    /* Pushes when there is room, waiting at most wait for it: Full leaves item with the caller;
+     * Cancelled (closed, or cleared meanwhile) drops it. */
+    Push pushFor(T& item, size_t weight, std::chrono::milliseconds wait) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        const unsigned epoch = epoch_;
+        const bool room = changed_.wait_for(
+            lock, wait, [&] { return closed_ || epoch_ != epoch || items_.empty() || size_ + weight <= capacity_; });
+        if (closed_ || epoch_ != epoch) return Push::Cancelled;
+        if (!room) return Push::Full;
+        append(std::move(item), weight);
+        return Push::Done;
+    }
+
+    /* Pushes past the capacity, up to limit; false (item dropped) when it would pass limit. */
+    bool pushOver(T item, size_t weight, size_t limit) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (closed_ || size_ + weight > limit) return false;
+        append(std::move(item), weight);
+        return true;
+    }
+
+    /* A consumer is waiting in pop() on the empty queue. */
+    bool starving() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return waiting_ > 0 && items_.empty() && !closed_;
     }
 
     /* Waits for an item; nothing once the queue is closed. */
     std::optional<T> pop() {
         std::unique_lock<std::mutex> lock(mutex_);
+        ++waiting_;
         changed_.wait(lock, [&] { return closed_ || !items_.empty(); });
+        --waiting_;
         if (closed_) return std::nullopt;
         return takeFront();
     }
@@ -94,6 +124,12 @@ private:
         size_t weight;
     };
 
+    void append(T item, size_t weight) {
+        items_.push_back(Entry{std::move(item), weight});
+        size_ += weight;
+        changed_.notify_all();
+    }
+
     T takeFront() {
         T item = std::move(items_.front().item);
         size_ -= std::min(items_.front().weight, size_);
@@ -108,6 +144,7 @@ private:
     std::deque<Entry> items_;
     size_t size_ = 0;
     unsigned epoch_ = 0;
+    int waiting_ = 0;
     bool closed_ = false;
 };
 

@@ -111,7 +111,11 @@ public:
         teardown();
         Resolved resolved;
         HRESULT hr = resolve(topology, &resolved);
-        if (SUCCEEDED(hr)) hr = PlaybackEngine::open(resolved.path, resolved.videoIndex, resolved.audioIndex, &engine_);
+        if (SUCCEEDED(hr)) {
+            // On a decoding thread: only the event queue, which outlives the engine, is touched.
+            hr = PlaybackEngine::open(resolved.path, resolved.videoIndex, resolved.audioIndex,
+                                      [this](HRESULT failure) { events_.queue(MEError, failure); }, &engine_);
+        }
         if (SUCCEEDED(hr)) {
             video_ = resolved.video;
             audio_ = resolved.audio;
@@ -138,6 +142,15 @@ public:
         const bool seeking = position != nullptr && position->vt == VT_I8;
         if (position != nullptr && position->vt != VT_I8 && position->vt != VT_EMPTY) return MF_E_INVALIDREQUEST;
         if (seeking && (position->hVal < 0 || (duration_ > 0 && position->hVal > duration_))) {
+            // Out of range: the nearest picture is shown and the session really pauses there, as
+            // the player reports it.
+            const LONGLONG nearest = position->hVal < 0 ? 0 : duration_ - 1;
+            state_ = State::Paused;
+            scheduler_->preroll(false, false, [&] {
+                engine_->seek(nearest);
+                clock_->setPosition(nearest);
+            });
+            updateAudio();
             return events_.queue(MESessionStarted, MF_E_INVALID_POSITION);
         }
         const State state = state_.load();

@@ -1,6 +1,9 @@
 #include "PlaybackEngine.h"
 
 #include <system_error>
+#include <vector>
+
+#include "MediaTimeline.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -10,21 +13,32 @@ namespace kyplatform {
 
 namespace {
 
-// Packets are queued ahead of the decoders by count: enough to cover the interleaving of the two
-// streams, never the whole file.
-constexpr size_t kVideoPackets = 64;
-constexpr size_t kAudioPackets = 128;
-constexpr size_t kFrames = 4;
+// The budgets the header explains.
+constexpr size_t kVideoPacketBytes = size_t{16} << 20;
+constexpr size_t kAudioPacketBytes = size_t{4} << 20;
+constexpr size_t kStarvingPacketBytes = size_t{64} << 20;
+constexpr size_t kPictureBytes = size_t{64} << 20;
 constexpr size_t kAudioBytes = kOutputBytesPerSecond / 2;
+constexpr std::chrono::milliseconds kFullQueueSlice{20};
+// Audio read while looking for the key frame after a seek: a few seconds of any common codec.
+constexpr size_t kWaitingPackets = 1024;
+
+// What a packet weighs in its queue: its bytes, and a little for the record, so that a flood of
+// empty packets is bounded too.
+size_t weightOf(const AVPacket& packet) { return static_cast<size_t>(packet.size > 0 ? packet.size : 0) + 64; }
 
 }  // namespace
 
-PlaybackEngine::PlaybackEngine()
-    : videoPackets_(kVideoPackets), audioPackets_(kAudioPackets), frames_(kFrames), chunks_(kAudioBytes) {}
+PlaybackEngine::PlaybackEngine(Failed failed)
+    : failed_(std::move(failed)),
+      videoPackets_(kVideoPacketBytes),
+      audioPackets_(kAudioPacketBytes),
+      frames_(kPictureBytes),
+      chunks_(kAudioBytes) {}
 
-HRESULT PlaybackEngine::open(const std::string& path, int videoIndex, int audioIndex,
+HRESULT PlaybackEngine::open(const std::string& path, int videoIndex, int audioIndex, Failed failed,
                              std::unique_ptr<PlaybackEngine>* engine) {
-    std::unique_ptr<PlaybackEngine> made(new (std::nothrow) PlaybackEngine());
+    std::unique_ptr<PlaybackEngine> made(new (std::nothrow) PlaybackEngine(std::move(failed)));
     if (!made) return E_OUTOFMEMORY;
     if (path.empty()) return E_INVALIDARG;
     if (avformat_open_input(&made->format_, ("file:" + path).c_str(), nullptr, nullptr) < 0) {
@@ -33,18 +47,21 @@ HRESULT PlaybackEngine::open(const std::string& path, int videoIndex, int audioI
     if (avformat_find_stream_info(made->format_, nullptr) < 0) return MF_E_INVALID_FORMAT;
     const int count = static_cast<int>(made->format_->nb_streams);
     if (videoIndex >= count || audioIndex >= count) return MF_E_INVALIDSTREAMNUMBER;
+    made->origin_ = mediaOrigin(*made->format_, videoIndex >= 0 ? videoIndex : audioIndex);
+    PlaybackEngine* self = made.get();
     if (videoIndex >= 0) {
-        AVStream& stream = *made->format_->streams[videoIndex];
-        if (HRESULT hr = VideoDecoder::create(*made->format_, stream, made->seek_, made->videoPackets_, made->frames_,
-                                              made->videoEnd_, &made->video_);
+        DecoderLinks<FramePointer> links{made->seek_,  made->videoPackets_, made->frames_,
+                                         made->videoEnd_, made->origin_,      made->failed_};
+        if (HRESULT hr = VideoDecoder::create(*made->format_, *made->format_->streams[videoIndex], std::move(links),
+                                              [self](unsigned generation) { self->retreat(generation); }, &made->video_);
             FAILED(hr)) {
             return hr;
         }
     }
     if (audioIndex >= 0) {
-        AVStream& stream = *made->format_->streams[audioIndex];
-        if (HRESULT hr = AudioDecoder::create(stream, made->seek_, made->audioPackets_, made->chunks_,
-                                              made->audioEnd_, &made->audio_);
+        DecoderLinks<AudioChunk> links{made->seek_,  made->audioPackets_, made->chunks_,
+                                       made->audioEnd_, made->origin_,      made->failed_};
+        if (HRESULT hr = AudioDecoder::create(*made->format_->streams[audioIndex], std::move(links), &made->audio_);
             FAILED(hr)) {
             return hr;
         }
@@ -57,7 +74,7 @@ HRESULT PlaybackEngine::open(const std::string& path, int videoIndex, int audioI
     }
     made->seek(0);
     try {
-        made->demuxThread_ = std::thread(&PlaybackEngine::demux, made.get());
+        made->demuxThread_ = std::thread(&PlaybackEngine::demux, self);
         if (made->video_) made->videoThread_ = std::thread(&VideoDecoder::run, made->video_.get());
         if (made->audio_) made->audioThread_ = std::thread(&AudioDecoder::run, made->audio_.get());
     } catch (const std::system_error&) {
@@ -88,16 +105,32 @@ PlaybackEngine::~PlaybackEngine() {
 void PlaybackEngine::seek(LONGLONG position, bool scrubbing) {
     std::lock_guard<std::mutex> lock(mutex_);
     const unsigned generation = seek_.begin(position, scrubbing);
-    // Waiting pushes are cancelled, so the threads see the new generation at once.
+    FramePointer recent = scrubbing && video_ ? video_->recentPicture(position, generation) : FramePointer();
+    restart(position);
+    parked_ = static_cast<bool>(recent);
+    seekPending_ = !parked_;
+    if (recent) {
+        const size_t bytes = recent->picture->bytes();
+        frames_.push(std::move(recent), bytes);
+    }
+}
+
+void PlaybackEngine::retreat(unsigned generation) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    LONGLONG from = 0;
+    if (seek_.retreat(generation, &from) == 0) return;
+    restart(from);
+}
+
+// With mutex_: waiting pushes are cancelled, so the threads see the new generation at once.
+void PlaybackEngine::restart(LONGLONG from) {
     videoPackets_.clear();
     audioPackets_.clear();
     frames_.clear();
     chunks_.clear();
-    FramePointer recent = scrubbing && video_ ? video_->recentPicture(position, generation) : FramePointer();
-    parked_ = static_cast<bool>(recent);
-    seekPending_ = !parked_;
-    seekTarget_ = position;
-    if (recent) frames_.push(std::move(recent));
+    parked_ = false;
+    seekPending_ = true;
+    seekTarget_ = from;
     wake_.notify_all();
 }
 
@@ -107,11 +140,49 @@ bool PlaybackEngine::parked() {
 }
 
 void PlaybackEngine::reposition(LONGLONG target) {
-    const int64_t timestamp = av_rescale(target, AV_TIME_BASE, kHundredNanosecondsPerSecond);
-    const int64_t start = format_->start_time != AV_NOPTS_VALUE ? format_->start_time : 0;
-    if (avformat_seek_file(format_, -1, INT64_MIN, start + timestamp, start + timestamp, 0) >= 0) return;
-    if (av_seek_frame(format_, -1, start + timestamp, AVSEEK_FLAG_BACKWARD) >= 0) return;
-    av_seek_frame(format_, -1, start, AVSEEK_FLAG_BACKWARD | AVSEEK_FLAG_BYTE);
+    // In the video stream's own time base where there is one: exact for any container's clock.
+    const int index = videoIndex_ >= 0 ? videoIndex_ : audioIndex_;
+    const AVRational timeBase = index >= 0 ? format_->streams[index]->time_base : AV_TIME_BASE_Q;
+    // The start is asked for well before the first timestamp: a container without an index (MPEG-TS)
+    // is searched by decoding time, and the first picture's decoding time lies before its own.
+    const int64_t timestamp = fromMediaTime(target > 0 ? target : -kHundredNanosecondsPerSecond * 10, timeBase, origin_);
+    if (avformat_seek_file(format_, index, INT64_MIN, timestamp, timestamp, 0) >= 0) return;
+    if (av_seek_frame(format_, index, fromMediaTime(std::max<LONGLONG>(target, 0), timeBase, origin_),
+                      AVSEEK_FLAG_BACKWARD) >= 0) {
+        return;
+    }
+    av_seek_frame(format_, -1, origin_, AVSEEK_FLAG_BACKWARD);
+}
+
+bool PlaybackEngine::landedBefore(const AVPacket& packet, LONGLONG target) const {
+    if ((packet.flags & AV_PKT_FLAG_KEY) == 0) return false;
+    const int64_t timestamp = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
+    return timestamp != AV_NOPTS_VALUE &&
+           toMediaTime(timestamp, format_->streams[videoIndex_]->time_base, origin_) <= target;
+}
+
+void PlaybackEngine::enqueue(BoundedQueue<Packet>& queue, BoundedQueue<Packet>* other, Packet packet, size_t weight) {
+    for (;;) {
+        switch (queue.pushFor(packet, weight, kFullQueueSlice)) {
+            case BoundedQueue<Packet>::Push::Done:
+            case BoundedQueue<Packet>::Push::Cancelled: return;
+            case BoundedQueue<Packet>::Push::Full: break;
+        }
+        if (other != nullptr && other->starving()) {
+            queue.pushOver(std::move(packet), weight, kStarvingPacketBytes);
+            return;
+        }
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (closing_ || seekPending_) return;
+    }
+}
+
+void PlaybackEngine::release(std::vector<Packet>& waiting, BoundedQueue<Packet>* other) {
+    for (Packet& held : waiting) {
+        const size_t weight = weightOf(*held.packet);
+        enqueue(audioPackets_, other, std::move(held), weight);
+    }
+    waiting.clear();
 }
 
 void PlaybackEngine::demux() {
@@ -119,6 +190,14 @@ void PlaybackEngine::demux() {
     if (!packet) return;
     unsigned generation = 0;
     bool ended = false;
+    BoundedQueue<Packet>* video = video_ ? &videoPackets_ : nullptr;
+    BoundedQueue<Packet>* audio = audio_ ? &audioPackets_ : nullptr;
+    // After a seek, the first video packet must be a key frame at or before the target: containers
+    // without an index land on any packet. Until it is found, audio read on the way waits here.
+    LONGLONG landing = 0;
+    LONGLONG backoff = 0;
+    bool landed = true;
+    std::vector<Packet> waiting;
     for (;;) {
         {
             std::unique_lock<std::mutex> lock(mutex_);
@@ -129,9 +208,12 @@ void PlaybackEngine::demux() {
                 seekPending_ = false;
                 generation = seek_.generation();
                 ended = false;
-                const LONGLONG target = seekTarget_;
+                landing = seekTarget_;
+                backoff = 0;
+                landed = video == nullptr;
+                waiting.clear();
                 lock.unlock();
-                reposition(target);
+                reposition(landing);
                 continue;
             }
         }
@@ -139,13 +221,13 @@ void PlaybackEngine::demux() {
         if (status == AVERROR(EAGAIN)) continue;
         if (status < 0) {
             ended = true;
-            if (video_) videoPackets_.push(Packet{nullptr, generation});
-            if (audio_) audioPackets_.push(Packet{nullptr, generation});
+            release(waiting, nullptr);
+            if (video != nullptr) enqueue(*video, nullptr, Packet{nullptr, generation}, 0);
+            if (audio != nullptr) enqueue(*audio, nullptr, Packet{nullptr, generation}, 0);
             continue;
         }
-        BoundedQueue<Packet>* queue = packet->stream_index == videoIndex_   ? &videoPackets_
-                                      : packet->stream_index == audioIndex_ ? &audioPackets_
-                                                                            : nullptr;
+        const bool isVideo = packet->stream_index == videoIndex_;
+        BoundedQueue<Packet>* queue = isVideo ? video : packet->stream_index == audioIndex_ ? audio : nullptr;
         if (queue == nullptr) {
             av_packet_unref(packet.get());
             continue;
@@ -153,7 +235,22 @@ void PlaybackEngine::demux() {
         PacketPointer moved(av_packet_alloc());
         if (!moved) return;
         av_packet_move_ref(moved.get(), packet.get());
-        queue->push(Packet{std::move(moved), generation});
+        if (!landed) {
+            if (!isVideo) {
+                if (waiting.size() < kWaitingPackets) waiting.push_back(Packet{std::move(moved), generation});
+                continue;
+            }
+            if (!landedBefore(*moved, landing) && landing - backoff > 0) {
+                backoff = backoff == 0 ? kHundredNanosecondsPerSecond : 2 * backoff;
+                waiting.clear();
+                reposition(landing - backoff);
+                continue;
+            }
+            landed = true;
+            release(waiting, video);
+        }
+        const size_t weight = weightOf(*moved);
+        enqueue(*queue, isVideo ? audio : video, Packet{std::move(moved), generation}, weight);
     }
 }
 

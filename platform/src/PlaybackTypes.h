@@ -4,13 +4,16 @@
 #ifndef KY_PLATFORM_PLAYBACK_TYPES_H
 #define KY_PLATFORM_PLAYBACK_TYPES_H
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
 
 #include "BoundedQueue.h"
+#include "FrameConverter.h"
 #include "PlatformTypes.h"
 
 extern "C" {
@@ -30,13 +33,12 @@ struct Packet {
     unsigned generation;
 };
 
-/* A picture upright, B, G, R, X rows top-down, shown width : height as aspectWidth : aspectHeight. */
+/* A picture upright, shown width : height as aspectWidth : aspectHeight. Its pixels go back to the
+ * decoder's pool with the last reference. */
 struct VideoFrame {
     LONGLONG time = 0;
     LONGLONG end = 0;
-    int width = 0;
-    int height = 0;
-    std::vector<uint8_t> bgrx;
+    std::unique_ptr<Picture> picture;
     double aspectWidth = 1.0;
     double aspectHeight = 1.0;
     unsigned generation = 0;
@@ -60,7 +62,9 @@ constexpr LONGLONG kHundredNanosecondsPerSecond = 10000000;
 
 /* The seek every decoder follows: a new generation starts with each seek, and frames before its
  * target are dropped. A scrubbing seek shows one picture at rate 0; from the second scrubbing seek
- * in a row on, the pictures decoded are worth keeping for the next steps. */
+ * in a row on, the pictures decoded are worth keeping for the next steps. When the pictures around
+ * the target cannot be decoded from the key frame the demuxer found (the leading pictures of an
+ * open GOP), the seek is retried from further back in a new generation with the same target. */
 class SeekState {
 public:
     unsigned begin(LONGLONG target, bool scrubbing) {
@@ -68,6 +72,16 @@ public:
         target_ = target;
         keepPictures_ = scrubbing && scrubbing_;
         scrubbing_ = scrubbing;
+        backoff_ = 0;
+        return ++generation_;
+    }
+    /* For a generation still current whose reading can start earlier: a new generation, and in
+     * *from where its reading starts. 0 when there is nothing earlier to try. */
+    unsigned retreat(unsigned generation, LONGLONG* from) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (generation != generation_ || target_ - backoff_ <= 0) return 0;
+        backoff_ = backoff_ == 0 ? kFirstBackoff : 2 * backoff_;
+        *from = std::max<LONGLONG>(target_ - backoff_, 0);
         return ++generation_;
     }
     unsigned generation() {
@@ -79,6 +93,11 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         return generation == generation_ ? target_ : 0;
     }
+    /* Whether generation reads from the start of the file, where nothing earlier can be tried. */
+    bool fromStart(unsigned generation) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return generation != generation_ || target_ - backoff_ <= 0;
+    }
     bool scrubbing(unsigned generation) {
         std::lock_guard<std::mutex> lock(mutex_);
         return generation == generation_ && scrubbing_;
@@ -89,9 +108,12 @@ public:
     }
 
 private:
+    // Open GOPs are rarely longer than a few seconds; each retry doubles the distance.
+    static constexpr LONGLONG kFirstBackoff = 10000000;
     std::mutex mutex_;
     unsigned generation_ = 0;
     LONGLONG target_ = 0;
+    LONGLONG backoff_ = 0;
     bool scrubbing_ = false;
     bool keepPictures_ = false;
 };
@@ -100,6 +122,18 @@ private:
 struct EndMark {
     std::atomic<long long> generation{-1};
     bool reached(unsigned current) const { return generation.load() == static_cast<long long>(current); }
+};
+
+/* What a decoder shares with the engine: the seek, its packets in, its output, where its stream
+ * ended, where media time 0 lies (AV_TIME_BASE units), and whom to tell when it cannot go on. */
+template <class Output>
+struct DecoderLinks {
+    SeekState& seek;
+    BoundedQueue<Packet>& packets;
+    BoundedQueue<Output>& output;
+    EndMark& end;
+    int64_t origin;
+    std::function<void(HRESULT)> failed;
 };
 
 }  // namespace kyplatform

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "AttributeStore.h"
+#include "MediaTimeline.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -141,9 +142,8 @@ HRESULT createPresentationDescriptor(const AVFormatContext& context, const std::
             return hr;
         }
     }
-    if (context.duration != AV_NOPTS_VALUE && context.duration >= 0) {
-        const UINT64 duration = av_rescale_q(context.duration, AV_TIME_BASE_Q, AVRational{1, 10000000});
-        if (HRESULT hr = made->SetUINT64(MF_PD_DURATION, duration); FAILED(hr)) return hr;
+    if (const LONGLONG duration = mediaDuration(context, timelineStream(context)); duration >= 0) {
+        if (HRESULT hr = made->SetUINT64(MF_PD_DURATION, static_cast<UINT64>(duration)); FAILED(hr)) return hr;
     }
     *descriptor = made.get();
     (*descriptor)->AddRef();

@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "FfmpegInput.h"
+#include "FrameConverter.h"
+#include "MediaTimeline.h"
 #include "MediaFoundation.h"
 #include "MediaSample.h"
 #include "WorkQueue.h"
@@ -22,29 +24,21 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/display.h>
-#include <libswscale/swscale.h>
 }
 
 namespace kyplatform {
 
 namespace {
 
-constexpr AVRational kHundredNanoseconds{1, 10000000};
-
 // Bounds on one read, so that a hostile file can neither loop without end nor ask for a wild
 // allocation.
 constexpr int kMaxPacketsPerRead = 1 << 16;
-constexpr int kMaxDimension = 16384;
-constexpr int64_t kMaxFrameBytes = int64_t{512} << 20;
 
 struct CloseFormat {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
 };
 struct FreeDecoder {
     void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-};
-struct FreeScaler {
-    void operator()(SwsContext* context) const { sws_freeContext(context); }
 };
 struct FreePacket {
     void operator()(AVPacket* packet) const { av_packet_free(&packet); }
@@ -66,6 +60,7 @@ struct VideoStream {
     bool hasRotation = false;
     UINT32 rotation = 0;
     AVRational timeBase{0, 1};
+    int64_t origin = 0;
 };
 
 UINT64 pack(int64_t high, int64_t low) {
@@ -99,55 +94,23 @@ bool rotationOf(const AVStream& stream, UINT32* rotation) {
 
 VideoStream findVideoStream(AVFormatContext* format) {
     VideoStream video;
-    for (unsigned i = 0; i < format->nb_streams; ++i) {
-        AVStream* stream = format->streams[i];
-        const AVCodecParameters& codec = *stream->codecpar;
-        // Cover art is a video stream of one picture, not the file's video.
-        if (codec.codec_type != AVMEDIA_TYPE_VIDEO || (stream->disposition & AV_DISPOSITION_ATTACHED_PIC)) continue;
-        video.index = static_cast<int>(i);
-        video.size = SIZE{std::max(codec.width, 0), std::max(codec.height, 0)};
-        video.nativeSubtype = subtypeOf(codec);
-        video.frameRate = known(stream->avg_frame_rate) ? stream->avg_frame_rate : stream->r_frame_rate;
-        const AVRational aspect = av_guess_sample_aspect_ratio(format, stream, nullptr);
-        if (known(aspect)) av_reduce(&video.pixelAspect.num, &video.pixelAspect.den, aspect.num, aspect.den, INT32_MAX);
-        video.hasRotation = rotationOf(*stream, &video.rotation);
-        video.timeBase = stream->time_base;
-        break;
-    }
+    video.index = firstVideoStream(*format);
+    if (video.index < 0) return video;
+    AVStream* stream = format->streams[video.index];
+    const AVCodecParameters& codec = *stream->codecpar;
+    video.size = SIZE{std::max(codec.width, 0), std::max(codec.height, 0)};
+    video.nativeSubtype = subtypeOf(codec);
+    video.frameRate = known(stream->avg_frame_rate) ? stream->avg_frame_rate : stream->r_frame_rate;
+    const AVRational aspect = av_guess_sample_aspect_ratio(format, stream, nullptr);
+    if (known(aspect)) av_reduce(&video.pixelAspect.num, &video.pixelAspect.den, aspect.num, aspect.den, INT32_MAX);
+    video.hasRotation = rotationOf(*stream, &video.rotation);
+    video.timeBase = stream->time_base;
+    video.origin = mediaOrigin(*format, video.index);
     return video;
 }
 
 LONGLONG toHundredNanoseconds(int64_t value, AVRational timeBase) {
     return value == AV_NOPTS_VALUE || !known(timeBase) ? 0 : av_rescale_q(value, timeBase, kHundredNanoseconds);
-}
-
-// The file's duration in 100 ns units, from the container, else the video stream; -1 if unknown.
-int64_t durationOf(const AVFormatContext& format, int videoIndex) {
-    if (format.duration != AV_NOPTS_VALUE && format.duration >= 0) {
-        return av_rescale_q(format.duration, AV_TIME_BASE_Q, kHundredNanoseconds);
-    }
-    if (videoIndex < 0) return -1;
-    const AVStream& stream = *format.streams[videoIndex];
-    if (stream.duration == AV_NOPTS_VALUE || stream.duration < 0 || !known(stream.time_base)) return -1;
-    return av_rescale_q(stream.duration, stream.time_base, kHundredNanoseconds);
-}
-
-// Honours the frame's own matrix and range, so that HD and full-range material keeps its colours.
-void useFrameColours(SwsContext* scaler, const AVFrame& frame) {
-    int* inverseTable = nullptr;
-    int* table = nullptr;
-    int sourceRange = 0;
-    int targetRange = 0;
-    int brightness = 0;
-    int contrast = 0;
-    int saturation = 0;
-    if (sws_getColorspaceDetails(scaler, &inverseTable, &sourceRange, &table, &targetRange, &brightness, &contrast,
-                                 &saturation) < 0) {
-        return;
-    }
-    if (frame.color_range == AVCOL_RANGE_JPEG) sourceRange = 1;
-    sws_setColorspaceDetails(scaler, sws_getCoefficients(frame.colorspace), sourceRange, table, targetRange,
-                             brightness, contrast, saturation);
 }
 
 class SourceReader final : public IMFSourceReader {
@@ -194,7 +157,7 @@ private:
     bool rgbOutput_ = false;
     bool inputEnded_ = false;
     std::unique_ptr<AVCodecContext, FreeDecoder> decoder_;
-    std::unique_ptr<SwsContext, FreeScaler> scaler_;
+    FrameConverter converter_;
     const std::unique_ptr<AVPacket, FreePacket> packet_;
     const std::unique_ptr<AVFrame, FreeFrame> frame_;
     // What the current type reports: the stream's size until a frame tells the decoder's.
@@ -207,7 +170,7 @@ SourceReader::SourceReader(FormatPointer format, ComPtr<IMFSourceReaderCallback>
       videoProcessing_(videoProcessing),
       format_(std::move(format)),
       video_(findVideoStream(format_.get())),
-      duration_(durationOf(*format_, video_.index)),
+      duration_(mediaDuration(*format_, video_.index)),
       selected_(format_->nb_streams, false),
       packet_(av_packet_alloc()),
       frame_(av_frame_alloc()),
@@ -327,7 +290,6 @@ HRESULT SourceReader::SetCurrentMediaType(DWORD streamIndex, DWORD*, IMFMediaTyp
     if (subtype != video_.nativeSubtype) return MF_E_INVALIDMEDIATYPE;
     rgbOutput_ = false;
     decoder_.reset();
-    scaler_.reset();
     return S_OK;
 }
 
@@ -420,7 +382,7 @@ HRESULT SourceReader::nextPacketSample(ComPtr<IMFSample>& sample) {
         const auto buffer = ComPtr<MediaBuffer>::adopt(MediaBuffer::create(static_cast<size_t>(packet->size)));
         if (buffer) std::copy(packet->data, packet->data + packet->size, buffer->data());
         const int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
-        sample = ComPtr<IMFSample>::adopt(MediaSample::create(buffer.get(), toHundredNanoseconds(time, video_.timeBase),
+        sample = ComPtr<IMFSample>::adopt(MediaSample::create(buffer.get(), toMediaTime(time, video_.timeBase, video_.origin),
                                                               toHundredNanoseconds(packet->duration, video_.timeBase)));
         av_packet_unref(packet);
         return sample ? S_OK : E_OUTOFMEMORY;
@@ -467,32 +429,19 @@ HRESULT SourceReader::convertFrame(ComPtr<IMFSample>& sample, DWORD* flags) {
     const AVFrame& frame = *frame_;
     const int width = frame.width;
     const int height = frame.height;
-    if (width <= 0 || height <= 0 || frame.format < 0) return MF_E_INVALID_FORMAT;
     const int codedWidth = std::max(decoder_->coded_width, width);
     const int codedHeight = std::max(decoder_->coded_height, height);
-    if (codedWidth > kMaxDimension || codedHeight > kMaxDimension) return E_OUTOFMEMORY;
-    const int64_t rowBytes = int64_t{4} * codedWidth;
-    if (rowBytes * codedHeight > kMaxFrameBytes) return E_OUTOFMEMORY;
+    if (!pictureSizeAllowed(codedWidth, codedHeight)) return width > 0 && height > 0 ? E_OUTOFMEMORY : MF_E_INVALID_FORMAT;
+    const std::unique_ptr<Picture> picture = Picture::create(width, height);
+    if (!picture) return E_OUTOFMEMORY;
+    if (HRESULT hr = converter_.convert(frame, *picture); FAILED(hr)) return hr;
 
+    const ptrdiff_t rowBytes = ptrdiff_t{4} * codedWidth;
     const auto buffer = ComPtr<MediaBuffer>::adopt(MediaBuffer::create(static_cast<size_t>(rowBytes * codedHeight)));
     if (!buffer) return E_OUTOFMEMORY;
-    scaler_.reset(sws_getCachedContext(scaler_.release(), width, height, static_cast<AVPixelFormat>(frame.format),
-                                       width, height, AV_PIX_FMT_BGRA, SWS_BILINEAR, nullptr, nullptr, nullptr));
-    if (!scaler_) return MF_E_INVALID_FORMAT;
-    useFrameColours(scaler_.get(), frame);
-
     // Bottom-up: the picture's last row is written first in memory; the padding rows of the coded
     // size follow the picture's rows.
-    uint8_t* const planes[4] = {buffer->data() + (height - 1) * rowBytes, nullptr, nullptr, nullptr};
-    const int strides[4] = {-static_cast<int>(rowBytes), 0, 0, 0};
-    if (sws_scale(scaler_.get(), frame.data, frame.linesize, 0, height, planes, strides) <= 0) {
-        return MF_E_INVALID_FORMAT;
-    }
-    // The fourth byte of RGB32 is unused; an opaque value keeps it from reading as transparency.
-    for (int row = 0; row < height; ++row) {
-        BYTE* pixel = buffer->data() + row * rowBytes;
-        for (int column = 0; column < width; ++column, pixel += 4) pixel[3] = 255;
-    }
+    picture->copyRows(buffer->data() + (height - 1) * rowBytes, -rowBytes);
 
     if (codedWidth != coded_.cx || codedHeight != coded_.cy || width != picture_.cx || height != picture_.cy) {
         *flags |= MF_SOURCE_READERF_CURRENTMEDIATYPECHANGED;
@@ -503,7 +452,7 @@ HRESULT SourceReader::convertFrame(ComPtr<IMFSample>& sample, DWORD* flags) {
     if (duration <= 0 && known(video_.frameRate)) {
         duration = av_rescale_q(1, av_inv_q(video_.frameRate), kHundredNanoseconds);
     }
-    const LONGLONG time = toHundredNanoseconds(frame.best_effort_timestamp, video_.timeBase);
+    const LONGLONG time = toMediaTime(frame.best_effort_timestamp, video_.timeBase, video_.origin);
     sample = ComPtr<IMFSample>::adopt(MediaSample::create(buffer.get(), time, duration));
     return sample ? S_OK : E_OUTOFMEMORY;
 }

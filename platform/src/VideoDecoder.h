@@ -1,5 +1,6 @@
 // The video decoding of the playback engine: packets of the video stream in, upright BGRX
-// pictures out, from the frame that contains the seek target on.
+// pictures out, from the frame that contains the seek target on. Pictures come from a pool of
+// reused buffers and weigh their bytes in the engine's picture queue.
 #ifndef KY_PLATFORM_VIDEO_DECODER_H
 #define KY_PLATFORM_VIDEO_DECODER_H
 
@@ -10,15 +11,19 @@
 
 struct AVFormatContext;
 struct AVStream;
-struct SwsContext;
 
 namespace kyplatform {
 
 class VideoDecoder {
 public:
+    /* Called on the decoding thread when the picture containing the target of generation cannot be
+     * decoded from where the demuxer started (leading pictures of an open GOP): the engine starts
+     * reading earlier. */
+    using Missed = std::function<void(unsigned generation)>;
+
     /* MF_E_TOPO_CODEC_NOT_FOUND when no decoder for the stream opens. */
-    static HRESULT create(AVFormatContext& format, AVStream& stream, SeekState& seek, BoundedQueue<Packet>& packets,
-                          BoundedQueue<FramePointer>& frames, EndMark& end, std::unique_ptr<VideoDecoder>* decoder);
+    static HRESULT create(AVFormatContext& format, AVStream& stream, DecoderLinks<FramePointer> links, Missed missed,
+                          std::unique_ptr<VideoDecoder>* decoder);
     ~VideoDecoder();
 
     /* The decoding thread's body: returns when the packet queue is closed. */
@@ -27,34 +32,45 @@ public:
      * Any thread. */
     FramePointer recentPicture(LONGLONG target, unsigned generation);
 
+    VideoDecoder(const VideoDecoder&) = delete;
+    VideoDecoder& operator=(const VideoDecoder&) = delete;
+
 private:
-    VideoDecoder(SeekState& seek, BoundedQueue<Packet>& packets, BoundedQueue<FramePointer>& frames, EndMark& end)
-        : seek_(seek), packets_(packets), frames_(frames), end_(end), recent_(kRecentPictureBytes) {}
+    /* A converter with the picture a turned frame is converted into first. */
+    struct Conversion {
+        FrameConverter converter;
+        std::unique_ptr<Picture> unturned;
+    };
+
+    VideoDecoder(DecoderLinks<FramePointer> links, Missed missed)
+        : links_(std::move(links)), missed_(std::move(missed)), recent_(kRecentPictureBytes) {}
 
     // About 40 pictures of 1080p: more than a second of frames to step back through.
     static constexpr size_t kRecentPictureBytes = 128u << 20;
+    void decode(const Packet& packet);
     void receiveFrames();
     /* Keeps the frame at the target back until the next one shows it is the one containing it. */
     void handle(AVFrame& frame);
     void emit(AVFrame& frame);
-    /* The picture's interval in 100 ns; end is time when the duration is unknown. */
+    /* The picture's interval in 100 ns of media time; end is time when the duration is unknown. */
     void intervalOf(const AVFrame& frame, LONGLONG* time, LONGLONG* end) const;
-    FramePointer convert(const AVFrame& frame, SwsContext** scaler, unsigned generation);
+    FramePointer convert(const AVFrame& frame, Conversion& conversion, unsigned generation);
+    void fail(HRESULT hr);
 
-    SeekState& seek_;
-    BoundedQueue<Packet>& packets_;
-    BoundedQueue<FramePointer>& frames_;
-    EndMark& end_;
+    DecoderLinks<FramePointer> links_;
+    const Missed missed_;
     AVCodecContext* decoder_ = nullptr;
-    SwsContext* scaler_ = nullptr;
+    const std::shared_ptr<PicturePool> pool_ = std::make_shared<PicturePool>();
+    Conversion conversion_;
     RecentPictures recent_;
-    std::mutex recentMutex_;  // guards recentScaler_
-    SwsContext* recentScaler_ = nullptr;
+    std::mutex recentMutex_;  // guards recentConversion_
+    Conversion recentConversion_;
     bool keeping_ = false;
     AVFrame* frame_ = nullptr;
     AVFrame* held_ = nullptr;
     bool holding_ = false;
     bool dropping_ = false;
+    bool failed_ = false;
     unsigned generation_ = 0;
     AVRational timeBase_{0, 1};
     AVRational frameRate_{0, 1};

@@ -78,7 +78,7 @@ HRESULT VideoRenderer::GetNativeVideoSize(SIZE* video, SIZE* aspectRatio) {
     if (video == nullptr && aspectRatio == nullptr) return E_POINTER;
     std::lock_guard<std::mutex> lock(mutex_);
     const FramePointer frame = last_ ? last_ : pending_;
-    if (video != nullptr) *video = frame ? SIZE{frame->width, frame->height} : SIZE{0, 0};
+    if (video != nullptr) *video = frame ? SIZE{frame->picture->width(), frame->picture->height()} : SIZE{0, 0};
     if (aspectRatio != nullptr) {
         *aspectRatio = frame ? SIZE{static_cast<LONG>(frame->aspectWidth + 0.5), static_cast<LONG>(frame->aspectHeight + 0.5)}
                              : SIZE{0, 0};
@@ -203,7 +203,8 @@ void VideoRenderer::draw() {
     }
     if (!frame) return;
     const RECT target = mode == MFVideoARMode_PreservePicture ? letterboxed(area, frame->aspectWidth, frame->aspectHeight) : area;
-    KyWindow_present(window, frame->bgrx.data(), frame->width, frame->height, frame->width * 4, &target);
+    const Picture& picture = *frame->picture;
+    KyWindow_present(window, picture.data(), picture.width(), picture.height(), picture.stride(), &target);
 }
 
 }  // namespace kyplatform

@@ -1,0 +1,75 @@
+#include "MediaTimeline.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace kyplatform {
+
+namespace {
+
+bool known(AVRational value) { return value.num > 0 && value.den > 0; }
+
+// Hostile timestamps may sit at the ends of the range: the difference saturates instead of wrapping.
+int64_t difference(int64_t a, int64_t b) {
+    int64_t result = 0;
+    if (!__builtin_sub_overflow(a, b, &result)) return result;
+    return b < 0 ? INT64_MAX : INT64_MIN;
+}
+
+}  // namespace
+
+int firstVideoStream(const AVFormatContext& format) {
+    for (unsigned i = 0; i < format.nb_streams; ++i) {
+        const AVStream& stream = *format.streams[i];
+        if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO && (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0) {
+            return static_cast<int>(i);
+        }
+    }
+    return -1;
+}
+
+int timelineStream(const AVFormatContext& format) {
+    const int video = firstVideoStream(format);
+    if (video >= 0) return video;
+    for (unsigned i = 0; i < format.nb_streams; ++i) {
+        if (format.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) return static_cast<int>(i);
+    }
+    return -1;
+}
+
+int64_t mediaOrigin(const AVFormatContext& format, int index) {
+    if (index >= 0 && static_cast<unsigned>(index) < format.nb_streams) {
+        const AVStream& stream = *format.streams[index];
+        if (stream.start_time != AV_NOPTS_VALUE && known(stream.time_base)) {
+            return av_rescale_q(stream.start_time, stream.time_base, AV_TIME_BASE_Q);
+        }
+    }
+    return format.start_time != AV_NOPTS_VALUE ? format.start_time : 0;
+}
+
+LONGLONG mediaDuration(const AVFormatContext& format, int index) {
+    const int64_t origin = mediaOrigin(format, index);
+    if (format.duration != AV_NOPTS_VALUE && format.duration >= 0) {
+        // The file's duration runs from its earliest stream's start; a later origin shortens it.
+        const int64_t start = format.start_time != AV_NOPTS_VALUE ? format.start_time : origin;
+        const int64_t length = difference(format.duration, origin > start ? difference(origin, start) : 0);
+        return av_rescale_q(length > 0 ? length : 0, AV_TIME_BASE_Q, kHundredNanoseconds);
+    }
+    if (index < 0 || static_cast<unsigned>(index) >= format.nb_streams) return -1;
+    const AVStream& stream = *format.streams[index];
+    if (stream.duration == AV_NOPTS_VALUE || stream.duration < 0 || !known(stream.time_base)) return -1;
+    return av_rescale_q(stream.duration, stream.time_base, kHundredNanoseconds);
+}
+
+LONGLONG toMediaTime(int64_t timestamp, AVRational timeBase, int64_t origin) {
+    if (timestamp == AV_NOPTS_VALUE || !known(timeBase)) return 0;
+    return difference(av_rescale_q(timestamp, timeBase, kHundredNanoseconds),
+                      av_rescale_q(origin, AV_TIME_BASE_Q, kHundredNanoseconds));
+}
+
+int64_t fromMediaTime(LONGLONG time, AVRational timeBase, int64_t origin) {
+    return difference(av_rescale_q(time, kHundredNanoseconds, timeBase), -av_rescale_q(origin, AV_TIME_BASE_Q, timeBase));
+}
+
+}  // namespace kyplatform
