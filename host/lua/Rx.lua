@@ -19,8 +19,8 @@
 -- buffer size, or initial value). Other table defaults are shared. The definition's array part
 -- lists mixins, whose members count unless the definition (or an earlier mixin) has the same name.
 -- Rx.Disposable is a mixin: obj:dispose() (once; obj:isDisposed() tells) runs obj:onDispose() if
--- there is one, unsubscribes the subscriptions in the object's fields and calls invalidateReference
--- on the native objects there. Objects of a class with this mixin are disposed when collected.
+-- there is one, unsubscribes the subscriptions in the object's fields, calls invalidateReference
+-- on the native objects there and stops the pulses there. Objects of a class with this mixin are disposed when collected.
 local Rx = {}
 
 local function fail(message)
@@ -383,10 +383,14 @@ function Disposable:dispose()
     for _, subscription in ipairs(subscriptions) do
         subscription.unsubscribe()
     end
+    -- A native object is invalidated; a pulse, which has no such thing, is stopped.
     for _, native in ipairs(natives) do
-        local ok, invalidate = pcall(function() return native.invalidateReference end)
-        if ok and type(invalidate) == "function" then
-            pcall(invalidate, native)
+        for _, name in ipairs({ "invalidateReference", "stop" }) do
+            local ok, method = pcall(function() return native[name] end)
+            if ok and type(method) == "function" then
+                pcall(method, native)
+                break
+            end
         end
     end
 end

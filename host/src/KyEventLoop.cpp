@@ -99,7 +99,13 @@ void runDuePulses(LoopState& loop) {
         if (pulse == loop.pulses.end()) continue;  // stopped by an earlier pulse
         pulse->second.due = std::max(pulse->second.due + pulse->second.interval, now);
         lua_rawgeti(loop.L, LUA_REGISTRYINDEX, pulse->second.function);
-        loop.call(0, "KyEventLoop pulse");
+        if (loop.call(0, "KyEventLoop pulse")) continue;
+        // A pulse that raised once raises again at every turn (a closed or invalidated object
+        // under it, say): it is stopped, so that its error is told once and the loop can end.
+        pulse = loop.pulses.find(id);
+        if (pulse == loop.pulses.end()) continue;
+        luaL_unref(loop.L, LUA_REGISTRYINDEX, pulse->second.function);
+        loop.pulses.erase(pulse);
     }
 }
 

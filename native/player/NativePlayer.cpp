@@ -8,6 +8,8 @@
 namespace {
 
 constexpr DWORD kCloseWaitMilliseconds = 1000;
+// The attribute under which Invoke stamps an event with the serial of the session it came from.
+const GUID kSessionSerialKey = {0x6f1e2b7a, 0x3c4d, 0x4e5f, {0x9a, 0x0b, 0x1c, 0x2d, 0x3e, 0x4f, 0x50, 0x61}};
 
 }  // namespace
 
@@ -191,9 +193,10 @@ HRESULT NativePlayer::handleEvent(IMFMediaEvent* event) {
         event->Release();
         return hr;
     }
-    // A session event posted before a close and handled after it belongs to no session: acting on
-    // it would move a closed player to "paused" or "playing".
-    if (session == nullptr) {
+    // A session event posted before a close and handled after it belongs to no session, or to an
+    // earlier one: acting on it would move a closed player to "paused", or a new one to "ended".
+    UINT64 serial = 0;
+    if (session == nullptr || (SUCCEEDED(event->GetUINT64(kSessionSerialKey, &serial)) && serial != sessionSerial)) {
         event->Release();
         return S_OK;
     }
@@ -281,7 +284,7 @@ HRESULT NativePlayer::Invoke(IMFAsyncResult* result) {
         if (type == MESessionClosed) {
             SetEvent(closeEvent);
         } else {
-            if (state != closing) {
+            if (state != closing && SUCCEEDED(event->SetUINT64(kSessionSerialKey, sessionSerial))) {
                 event->AddRef();
                 // A message that cannot be posted would never give its reference back.
                 if (!PostMessageW(eventWindow, kPlayerEventMessage, reinterpret_cast<WPARAM>(event),

@@ -100,6 +100,9 @@ private:
     HWND eventWindow;
     // Read without a lock by Invoke, to drop events while closing.
     std::atomic<int32_t> state{closed};
+    // Counts the sessions made: Invoke stamps each event with it, and handleEvent drops an event of
+    // an earlier session still queued for the window, which would otherwise act on this one.
+    std::atomic<UINT64> sessionSerial{0};
     HANDLE closeEvent = nullptr;
     float playRate = 1.0f;
     bool pausingForEnd = false;

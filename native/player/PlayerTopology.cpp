@@ -15,6 +15,7 @@ HRESULT NativePlayer::createSession() {
     }
     HRESULT hr = MFCreateMediaSession(nullptr, &session);
     if (FAILED(hr)) return hr;
+    ++sessionSerial;
     hr = session->BeginGetEvent(this, nullptr);
     if (FAILED(hr)) return hr;
     setState(session_ready);

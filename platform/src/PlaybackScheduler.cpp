@@ -38,8 +38,9 @@ HRESULT PlaybackScheduler::start() {
 
 void PlaybackScheduler::preroll(bool playing, bool scrub, const std::function<void()>& seek) {
     std::lock_guard<std::mutex> lock(mutex_);
-    seek();
+    // Held before it moves, so that it stands exactly where the seek puts it.
     clock_.setRunning(false);
+    seek();
     playing_ = playing;
     prerolling_ = true;
     scrub_ = scrub;

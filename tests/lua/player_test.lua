@@ -37,9 +37,8 @@ T.case("a normal life, exactly", function()
     local view, player, log = openReady(media.corpus("h264.mp4"))
     player:play()
     waitForState(player, log, "ended")
-    -- The session's pause at the end follows "ended"; a close before it is handled would let it
-    -- act after the close, as the engine's events do.
-    KyEventLoop.runUntil(function() return false end, 0.2)
+    -- The session's pause at the end follows "ended"; closing at once leaves it queued, and it
+    -- must not act after the close.
     player:closeURL()
     waitForState(player, log, "closed")
     T.eq(table.concat(log.states, ","),
@@ -269,6 +268,43 @@ T.case("vtk play --headless --seek T --screenshot shows the frame at T", functio
         T.eq(status, 0, errors)
         T.eq(bandNumber(media.pngInfo(shot)), row[2], "frame at " .. row[1])
         os.remove(shot)
+    end
+end)
+
+T.case("a session's life: late events, the end, dispose and invalidate with a file open", function()
+    -- Reopened at once after the end: the first session's pause, still queued, belongs to no one.
+    local view, player, log = openReady(media.corpus("h264.mp4"))
+    player:play()
+    waitForState(player, log, "ended")
+    local first = #log.states
+    player:openURL(media.corpus("h264.mp4"))
+    waitForState(player, log, "ready")
+    player:play()
+    waitFor("playing again", function() return player:currentTime() > 0.3 end)
+    T.eq(table.concat(log.states, ",", first + 1), "closing,closed,session_ready,open_pending,ready,playing,playing")
+
+    -- Past the end: the last picture, and really paused.
+    player:setPosition(5)
+    waitForState(player, log, "paused")
+    local stoppedAt = player:currentTime()
+    assert(stoppedAt > 1.9 and stoppedAt <= 2, "at the end: " .. stoppedAt)
+    waitFor("the last picture", function() return frameShown(view) == 49 end)
+    KyEventLoop.runUntil(function() return player:currentTime() ~= stoppedAt end, 0.3)
+    T.eq(player:currentTime(), stoppedAt, "the clock stands")
+    close(view, player)
+
+    -- With a file playing, both ways of ending the native state end the pulse, and so the loop.
+    for _, ending in ipairs({
+        function(p) p:dispose() end,
+        function(p) p:hasNativePlayer():invalidateReference() end,
+    }) do
+        local otherView, other, otherLog = openReady(media.corpus("h264.mp4"))
+        other:play()
+        waitForState(other, otherLog, "playing")
+        ending(other)
+        otherView:setDelegate(nil)
+        otherView:close()
+        KyEventLoop.run()
     end
 end)
 
