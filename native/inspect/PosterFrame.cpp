@@ -1,5 +1,6 @@
 // readPosterImage: the first sample copied into a GDI+ bitmap, turned upright and drawn at display
 // size. The decoded frame lies bottom row first, so every rotation below includes a vertical flip.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -16,19 +17,33 @@ RotateFlipType rotateFlipFor(int32_t rotation) {
     }
 }
 
+// The display size, scaled down to fit the largest picture when a pixel aspect far from square
+// makes it larger, its shape kept and no side below one pixel.
+void fittedDisplaySize(const VideoStreamInfo& info, INT* width, INT* height) {
+    const double scale = std::min({1.0, double{kLargestPictureSide} / std::max<UINT32>(info.displayWidth, 1),
+                                   double{kLargestPictureSide} / std::max<UINT32>(info.displayHeight, 1)});
+    *width = std::max(1, static_cast<INT>(info.displayWidth * scale + 0.5));
+    *height = std::max(1, static_cast<INT>(info.displayHeight * scale + 0.5));
+}
+
 // Redraws bitmap at display size when the pixels are not square; the caller's pointer then
-// refers to the new bitmap.
-void scaleToDisplaySize(Gdiplus::Bitmap*& bitmap, const VideoStreamInfo& info) {
+// refers to the new bitmap. False when no bitmap of that size could be made.
+bool scaleToDisplaySize(Gdiplus::Bitmap*& bitmap, const VideoStreamInfo& info) {
     UINT width = 0;
     UINT height = 0;
     bitmap->setStatus(GdipGetImageWidth(bitmap->image(), &width));
     bitmap->setStatus(GdipGetImageHeight(bitmap->image(), &height));
-    const float horizontal = static_cast<float>(info.displayWidth) / static_cast<float>(width);
-    const float vertical = static_cast<float>(info.displayHeight) / static_cast<float>(height);
+    INT displayWidth = 0;
+    INT displayHeight = 0;
+    fittedDisplaySize(info, &displayWidth, &displayHeight);
+    const float horizontal = static_cast<float>(displayWidth) / static_cast<float>(width);
+    const float vertical = static_cast<float>(displayHeight) / static_cast<float>(height);
 
-    auto* scaled = new Gdiplus::Bitmap(static_cast<INT>(info.displayWidth), static_cast<INT>(info.displayHeight),
-                                       PixelFormat32bppRGB);
-    if (scaled == nullptr) return;
+    auto* scaled = new Gdiplus::Bitmap(displayWidth, displayHeight, PixelFormat32bppRGB);
+    if (scaled == nullptr || scaled->nativeImage() == nullptr) {
+        delete scaled;
+        return false;
+    }
     GpGraphics* graphics = nullptr;
     scaled->setStatus(GdipGetImageGraphicsContext(scaled->image(), &graphics));
     GdipScaleWorldTransform(graphics, horizontal, vertical, MatrixOrderPrepend);
@@ -36,6 +51,7 @@ void scaleToDisplaySize(Gdiplus::Bitmap*& bitmap, const VideoStreamInfo& info) {
     delete bitmap;
     GdipDeleteGraphics(graphics);
     bitmap = scaled;
+    return true;
 }
 
 }  // namespace
@@ -57,7 +73,8 @@ HRESULT VideoSourceReader::readPosterImage(RCPtr<KyImage>& image, VideoStreamInf
         const uint32_t height = info.height;
         const size_t rowStep = static_cast<size_t>(std::abs(static_cast<int64_t>(info.stride)));
         auto* bitmap = new Gdiplus::Bitmap(static_cast<INT>(width), static_cast<INT>(height), PixelFormat32bppRGB);
-        if (bitmap == nullptr) {
+        if (bitmap == nullptr || bitmap->nativeImage() == nullptr) {
+            delete bitmap;
             hr = E_OUTOFMEMORY;
         } else {
             const GpRect rect{0, 0, static_cast<INT>(width), static_cast<INT>(height)};
@@ -75,8 +92,12 @@ HRESULT VideoSourceReader::readPosterImage(RCPtr<KyImage>& image, VideoStreamInf
                 bitmap->setStatus(GdipBitmapUnlockBits(bitmap->nativeImage(), &locked));
             }
             bitmap->setStatus(GdipImageRotateFlip(bitmap->image(), rotateFlipFor(info.rotation)));
-            if (info.pixelAspectNumerator != info.pixelAspectDenominator) scaleToDisplaySize(bitmap, info);
-            image = KyGdiPlusImage::Make(bitmap, RCPtr<KyColorSpace>());
+            if (info.pixelAspectNumerator != info.pixelAspectDenominator && !scaleToDisplaySize(bitmap, info)) {
+                delete bitmap;
+                hr = E_OUTOFMEMORY;
+            } else {
+                image = KyGdiPlusImage::Make(bitmap, RCPtr<KyColorSpace>());
+            }
         }
     }
     if (pixels != nullptr) buffer->Unlock();

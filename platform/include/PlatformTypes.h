@@ -29,6 +29,10 @@ typedef wchar_t* PWSTR;
 typedef const wchar_t* LPCWSTR;
 typedef const wchar_t* PCWSTR;
 
+/* The largest side of a picture anywhere in this layer: decoded frames, posters, windows and what
+ * is drawn in them. */
+constexpr INT kLargestPictureSide = 16384;
+
 #ifndef TRUE
 #define TRUE 1
 #define FALSE 0

@@ -5,6 +5,9 @@
 
 #include <cerrno>
 #include <mutex>
+#include <vector>
+
+#include "FrameConverter.h"
 
 #include "Win32.h"
 
@@ -74,6 +77,18 @@ HRESULT fromAverror(int error) {
     return MF_E_INVALID_FORMAT;
 }
 
+// Failures reach callers as HRESULTs; FFmpeg's own diagnostics would only clutter the host's
+// standard error. No one allocation may pass what a picture needs: a header claiming hundreds of
+// millions of entries (an MP4 "keys" box, say) would otherwise have FFmpeg allocate and clear
+// gigabytes before it finds the file short.
+void configureFfmpeg() {
+    static std::once_flag configured;
+    std::call_once(configured, [] {
+        av_log_set_level(AV_LOG_QUIET);
+        av_max_alloc(kLargestAllocation);
+    });
+}
+
 }  // namespace
 
 std::string localPathFromUrl(LPCWSTR url) {
@@ -90,30 +105,35 @@ std::string localPathFromUrl(LPCWSTR url) {
 }
 
 HRESULT openInput(LPCWSTR url, bool probeStreams, AVFormatContext** context) {
-    // Failures reach callers as HRESULTs; FFmpeg's own diagnostics would only clutter the host's
-    // standard error. No one allocation may pass what a picture needs: a header claiming hundreds
-    // of millions of entries (an MP4 "keys" box, say) would otherwise have FFmpeg allocate and
-    // clear gigabytes before it finds the file short.
-    static std::once_flag configured;
-    std::call_once(configured, [] {
-        av_log_set_level(AV_LOG_QUIET);
-        av_max_alloc(kLargestAllocation);
-    });
     *context = nullptr;
     const std::string path = localPathFromUrl(url);
     if (path.empty()) return MF_E_UNSUPPORTED_SCHEME;
+    return openPath(path, probeStreams, context);
+}
+
+HRESULT openPath(const std::string& path, bool probeStreams, AVFormatContext** context) {
+    configureFfmpeg();
+    *context = nullptr;
     if (HRESULT hr = checkRegularFile(path); FAILED(hr)) return hr;
 
     AVFormatContext* opened = nullptr;
     // "file:" keeps a name with a colon in it from being read as a protocol.
     const int status = avformat_open_input(&opened, ("file:" + path).c_str(), nullptr, nullptr);
     if (status < 0) return fromAverror(status);
-    if (probeStreams && avformat_find_stream_info(opened, nullptr) < 0) {
+    if (probeStreams && findStreamInfo(opened) < 0) {
         avformat_close_input(&opened);
         return MF_E_INVALID_FORMAT;
     }
     *context = opened;
     return S_OK;
+}
+
+int findStreamInfo(AVFormatContext* context) {
+    std::vector<AVDictionary*> options(context->nb_streams, nullptr);
+    for (AVDictionary*& streamOptions : options) av_dict_set_int(&streamOptions, "max_pixels", kLargestPicturePixels, 0);
+    const int status = avformat_find_stream_info(context, options.empty() ? nullptr : options.data());
+    for (AVDictionary*& streamOptions : options) av_dict_free(&streamOptions);
+    return status;
 }
 
 }  // namespace kyplatform

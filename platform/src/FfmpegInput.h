@@ -22,6 +22,12 @@ std::string localPathFromUrl(LPCWSTR url);
  * a format FFmpeg does not know MF_E_UNSUPPORTED_BYTESTREAM_TYPE, a damaged file
  * MF_E_INVALID_FORMAT. Never blocks on a FIFO. Any thread. */
 HRESULT openInput(LPCWSTR url, bool probeStreams, AVFormatContext** context);
+/* openInput for a local path. */
+HRESULT openPath(const std::string& path, bool probeStreams, AVFormatContext** context);
+
+/* Reads the stream parameters, decoding a little where the header does not say them, within the
+ * layer's picture limit: a header claiming a huge picture costs no huge probe. FFmpeg's status. */
+int findStreamInfo(AVFormatContext* context);
 
 }  // namespace kyplatform
 

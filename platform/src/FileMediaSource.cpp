@@ -4,6 +4,7 @@
 #include <new>
 #include <string>
 
+#include "FfmpegInput.h"
 #include "MediaTags.h"
 #include "PresentationDescriptor.h"
 #include "PropertyStore.h"
@@ -66,7 +67,7 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         if (context_ == nullptr) return MF_E_SHUTDOWN;
         if (!probed_) {
-            if (avformat_find_stream_info(context_, nullptr) < 0) return MF_E_INVALID_FORMAT;
+            if (findStreamInfo(context_) < 0) return MF_E_INVALID_FORMAT;
             probed_ = true;
         }
         // The input was opened as "file:" + path, which keeps a colon in a name from being read

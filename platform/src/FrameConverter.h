@@ -18,8 +18,6 @@ struct SwsContext;
 
 namespace kyplatform {
 
-/* The largest side of a picture the layer decodes, converts, shows or makes into a bitmap. */
-constexpr int kLargestPictureSide = 16384;
 /* The most pixels of one decoded picture: 8192 x 8192, four 8K frames. A picture claiming more
  * (16000 x 16000 would take 384 MB in YUV and 1 GB in BGRX) is refused as out of memory. */
 constexpr int64_t kLargestPicturePixels = int64_t{8192} * 8192;

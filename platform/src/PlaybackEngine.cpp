@@ -3,6 +3,7 @@
 #include <system_error>
 #include <vector>
 
+#include "FfmpegInput.h"
 #include "MediaTimeline.h"
 
 extern "C" {
@@ -41,10 +42,7 @@ HRESULT PlaybackEngine::open(const std::string& path, int videoIndex, int audioI
     std::unique_ptr<PlaybackEngine> made(new (std::nothrow) PlaybackEngine(std::move(failed)));
     if (!made) return E_OUTOFMEMORY;
     if (path.empty()) return E_INVALIDARG;
-    if (avformat_open_input(&made->format_, ("file:" + path).c_str(), nullptr, nullptr) < 0) {
-        return MF_E_INVALID_FORMAT;
-    }
-    if (avformat_find_stream_info(made->format_, nullptr) < 0) return MF_E_INVALID_FORMAT;
+    if (HRESULT hr = openPath(path, /*probeStreams*/ true, &made->format_); FAILED(hr)) return hr;
     const int count = static_cast<int>(made->format_->nb_streams);
     if (videoIndex >= count || audioIndex >= count) return MF_E_INVALIDSTREAMNUMBER;
     made->origin_ = mediaOrigin(*made->format_, videoIndex >= 0 ? videoIndex : audioIndex);

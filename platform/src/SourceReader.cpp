@@ -295,6 +295,9 @@ HRESULT SourceReader::SetCurrentMediaType(DWORD streamIndex, DWORD*, IMFMediaTyp
 
 HRESULT SourceReader::openDecoder() {
     const AVStream& stream = *format_->streams[video_.index];
+    // A stream that states a picture past the layer's limit keeps its properties but gives no
+    // pictures: each read fails as out of memory.
+    if (video_.size.cx > 0 && video_.size.cy > 0 && !pictureSizeAllowed(video_.size.cx, video_.size.cy)) return S_OK;
     const AVCodec* codec = avcodec_find_decoder(stream.codecpar->codec_id);
     if (codec == nullptr) return MF_E_TOPO_CODEC_NOT_FOUND;
     std::unique_ptr<AVCodecContext, FreeDecoder> decoder(avcodec_alloc_context3(codec));
@@ -303,6 +306,8 @@ HRESULT SourceReader::openDecoder() {
     decoder->pkt_timebase = stream.time_base;
     // One thread per decoder keeps the process's thread count flat however many readers are open.
     decoder->thread_count = 1;
+    // The decoder refuses pictures past the layer's limit instead of allocating for them.
+    decoder->max_pixels = kLargestPicturePixels;
     if (avcodec_open2(decoder.get(), codec, nullptr) < 0) return MF_E_INVALIDMEDIATYPE;
     decoder_ = std::move(decoder);
     return S_OK;
@@ -391,6 +396,7 @@ HRESULT SourceReader::nextPacketSample(ComPtr<IMFSample>& sample) {
 }
 
 HRESULT SourceReader::nextFrameSample(ComPtr<IMFSample>& sample, DWORD* flags) {
+    if (!decoder_) return E_OUTOFMEMORY;
     HRESULT hr = decodeFrame();
     if (SUCCEEDED(hr)) hr = convertFrame(sample, flags);
     av_frame_unref(frame_.get());
@@ -406,6 +412,10 @@ HRESULT SourceReader::decodeFrame() {
         if (received == AVERROR(EAGAIN)) {
             if (inputEnded_) return MF_E_END_OF_STREAM;
             feedDecoder();
+        }
+        // Pictures too large to decode never come: the file is out of the reader's reach.
+        if (decoder_->width > 0 && decoder_->height > 0 && !pictureSizeAllowed(decoder_->width, decoder_->height)) {
+            return E_OUTOFMEMORY;
         }
     }
     return MF_E_INVALID_FORMAT;

@@ -52,6 +52,10 @@ HRESULT VideoDecoder::create(AVFormatContext& format, AVStream& stream, DecoderL
     made->held_ = av_frame_alloc();
     if (made->decoder_ == nullptr || made->frame_ == nullptr || made->held_ == nullptr) return E_OUTOFMEMORY;
     if (avcodec_parameters_to_context(made->decoder_, stream.codecpar) < 0) return MF_E_TOPO_CODEC_NOT_FOUND;
+    const AVCodecParameters& parameters = *stream.codecpar;
+    if (parameters.width > 0 && parameters.height > 0 && !pictureSizeAllowed(parameters.width, parameters.height)) {
+        return E_OUTOFMEMORY;
+    }
     made->decoder_->pkt_timebase = stream.time_base;
     // The decoder refuses pictures past the layer's limit instead of allocating for them.
     made->decoder_->max_pixels = kLargestPicturePixels;

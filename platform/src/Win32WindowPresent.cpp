@@ -10,7 +10,6 @@ using kywindow::Window;
 
 namespace {
 
-constexpr int kLargestPicture = 16384;
 constexpr UINT kStandardDpi = 96;
 
 bool validDestination(const RECT& rect) { return rect.right >= rect.left && rect.bottom >= rect.top; }
@@ -77,7 +76,7 @@ BOOL KyWindow_present(HWND handle, const void* bgrx, int width, int height, int 
     if (window == nullptr) {
         return FALSE;
     }
-    if (bgrx == nullptr || width < 1 || height < 1 || width > kLargestPicture || height > kLargestPicture ||
+    if (bgrx == nullptr || width < 1 || height < 1 || width > kLargestPictureSide || height > kLargestPictureSide ||
         stride < width * 4 || (destination != nullptr && !validDestination(*destination))) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
@@ -105,7 +104,7 @@ BOOL KyWindow_setOverlay(HWND handle, const void* bgra, int width, int height, i
     if (window == nullptr) {
         return FALSE;
     }
-    if (bgra != nullptr && (width < 1 || height < 1 || width > kLargestPicture || height > kLargestPicture ||
+    if (bgra != nullptr && (width < 1 || height < 1 || width > kLargestPictureSide || height > kLargestPictureSide ||
                             stride < width * 4)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
