@@ -13,7 +13,7 @@ libpng-dev libsdl2-dev
 libxslt1-dev libxml2-dev libegl-dev libegl-mesa0 libgl1-mesa-dri pci.ids
 xvfb xauth xdotool x11-apps
 ffmpeg libimage-exiftool-perl ffmpegthumbnailer
-binutils
+binutils valgrind
 $*
 "
 
