@@ -1,0 +1,46 @@
+-- Stepping back a frame at a time by scrubbing, as a player's "previous frame" does, across key
+-- frames of open GOPs, TS start times and rotations: each step shows exactly the frame before.
+-- The everyday corpus's pictures spell their frame number in seven stripes across the top half
+-- (tests/media/make_everyday.sh).  vtk run stepping_test.lua EVERYDAY_CORPUS
+local dir = string.match(arg[0], "^(.*)/")
+local T = dofile(dir .. "/testlib.lua")
+local P = dofile(dir .. "/player_lib.lua")
+local corpus = arg[1]
+
+local kStripes = 7
+local kSteps = 26
+
+local function frameShown(view)
+    local width, height = view:getSize()
+    local number = 0
+    for stripe = 0, kStripes - 1 do
+        local r, g, b = view:getPixel(math.floor((stripe + 0.5) * width / kStripes), math.floor(height / 4))
+        number = number * 2 + ((r + g + b > 384) and 1 or 0)
+    end
+    return number
+end
+
+-- file, frames per second, display size (the view's, so that nothing is letterboxed), first frame.
+for _, row in ipairs({
+    { "hevc_426x240_cra.mp4", 25, 426, 240, 40 },
+    { "hevc10_854x480_10h_cra.ts", 25, 854, 480, 40 },
+    { "h264_854x480_open.ts", 25, 854, 480, 40 },
+    { "h264_426x240_23976_open.mp4", 24000 / 1001, 426, 240, 40 },
+    { "mpeg2_331x241.mkv", 25, 331, 241, 40 },
+    { "hevc10_phone_rot270.mov", 30, 360, 640, 40 },
+}) do
+    local name, rate, width, height, first = unpack(row)
+    T.case(name, function()
+        local view, player, log = P.openReady(corpus .. "/" .. name, width, height)
+        local wrong = {}
+        for frame = first, first - kSteps, -1 do
+            P.showFrame(player, log, (frame + 0.5) / rate)
+            local shown = frameShown(view)
+            if shown ~= frame % 2 ^ kStripes then table.insert(wrong, frame .. " showed " .. shown) end
+        end
+        P.close(view, player)
+        T.eq(table.concat(wrong, ", "), "", "frames")
+    end)
+end
+
+T.finish()
