@@ -58,6 +58,13 @@ T.case("poster frames are upright and at display size", function()
     end
 end)
 
+T.case("a poster wider than any picture may be is scaled to fit, its shape kept", function()
+    local image, details = natives.getPosterFrame(media.corpus("sar_100_1.mp4"))
+    T.eq(details.displayWidth .. "x" .. details.displayHeight, "32000x240")
+    T.eq(image:width() .. "x" .. image:height(), "16384x123")
+    T.eq(corners(image), "red green blue white")
+end)
+
 T.case("poster frame written as PNG reads back the same", function()
     local image, details = natives.getPosterFrame(media.corpus("sar_8_9.mp4"))
     T.eq(details.displayWidth .. "x" .. details.displayHeight .. " " .. details.videoRotation, "720x540 1")

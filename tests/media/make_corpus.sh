@@ -114,6 +114,8 @@ sar() {
 sar sar_8_9.mp4 720x480 8/9
 sar sar_32_27.mp4 720x480 32/27
 sar sar_4_3.mp4 720x576 4/3
+# Shown 32000x240: wider than any picture may be, so the poster is scaled to fit.
+sar sar_100_1.mp4 320x240 100/1
 
 # Frame rates: NTSC rates, and a variable-rate clip (30 frames at 30 fps, then 30 at 10 fps;
 # avg_frame_rate 900/59). B-frames would blur the packet durations, hence -bf 0.
