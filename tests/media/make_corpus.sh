@@ -5,19 +5,7 @@
 # a half-written file under its final name. Prints nothing unless something fails.
 set -eu
 
-if [ $# -ne 1 ]; then
-    echo "usage: $0 OUTDIR" >&2
-    exit 2
-fi
-out=$1
-mkdir -p "$out"
-work=$(mktemp -d "$out/.work.XXXXXX")
-trap 'rm -rf "$work"' EXIT
-trap 'exit 1' INT TERM
-
-ff() {
-    ffmpeg -v error -nostdin -y "$@"
-}
+. "$(dirname "$0")/corpus_lib.sh"
 
 # The quadrant picture: red top-left, green top-right, blue bottom-left, white bottom-right, and a
 # black band over the middle fifth showing the frame number as ten white(1)/black(0) blocks, most
@@ -35,15 +23,7 @@ quad() {
     printf '%s' "$g"
 }
 
-# need NAME: true when OUTDIR/NAME still has to be made.
-need() {
-    [ ! -e "$out/$1" ]
-}
 
-# place NAME: moves the finished work/NAME into place.
-place() {
-    mv -f "$work/$1" "$out/$1"
-}
 
 H264="-c:v libx264 -pix_fmt yuv420p"
 

@@ -45,19 +45,7 @@
 #   ffv1_331x241.mkv              FFV1 4:2:0                331x241    MKV        -      0      intra
 set -eu
 
-if [ $# -ne 1 ]; then
-    echo "usage: $0 OUTDIR" >&2
-    exit 2
-fi
-out=$1
-mkdir -p "$out"
-work=$(mktemp -d "$out/.work.XXXXXX")
-trap 'rm -rf "$work"' EXIT
-trap 'exit 1' INT TERM
-
-ff() {
-    ffmpeg -v error -nostdin -y "$@"
-}
+. "$(dirname "$0")/corpus_lib.sh"
 
 # The counter picture: ffmpeg's testsrc2 (colour bars, a moving gradient) with its top half turned
 # into seven black/white stripes that spell the frame number, most significant bit on the left. Any
@@ -74,13 +62,7 @@ counter() {
     printf '%s' "$g"
 }
 
-need() {
-    [ ! -e "$out/$1" ]
-}
 
-place() {
-    mv -f "$work/$1" "$out/$1"
-}
 
 # encode FILE TURN WIDTH HEIGHT RATE SECONDS SOUND [OPTIONS...]: writes work/FILE showing the
 # counter picture, turned by the filters TURN ("" for none), with SOUND: none, aac, ac3, mp3, opus.
