@@ -212,7 +212,10 @@ bool hasExtension(const char* extensions, std::string_view name) {
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-// Releases whatever readOpenGL got as far as creating.
+// Releases whatever readOpenGL got as far as creating, but for the display itself: terminating it
+// unloads the driver (llvmpipe takes a good part of a second to load again), and what the driver
+// keeps for the process would then show as lost memory of no module. An EGL display belongs to the
+// process anyway, and the next sniff finds it initialised.
 struct EglSession {
     EGLDisplay display = EGL_NO_DISPLAY;
     EGLContext context = EGL_NO_CONTEXT;
@@ -223,7 +226,6 @@ struct EglSession {
             eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
             if (context != EGL_NO_CONTEXT) eglDestroyContext(display, context);
             if (surface != EGL_NO_SURFACE) eglDestroySurface(display, surface);
-            eglTerminate(display);
         }
         eglReleaseThread();
     }
