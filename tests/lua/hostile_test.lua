@@ -79,6 +79,7 @@ end
 local files = {
     { "huge_dims.mp4", "320x240 25/1", "320x240", true, "ended" },
     { "huge_dims_mjpeg.avi", "320x240 25/1", NO_SAMPLE, true, "ended" },
+    { "many_pixels_mjpeg.avi", "320x240 25/1", NO_SAMPLE, true, "ended" },
     { "huge_dims_png.mov", "16x16 25/1", NO_SAMPLE, true, "paused" },
     { "huge_dims.y4m", NOT_OPENED, NOT_OPENED, false, INVALID },
     { "zero_duration.mp4", "320x240 25/1", "320x240", true, "ended" },
@@ -187,6 +188,8 @@ T.case("the process is as healthy as it started", function()
     T.eq(after.threads, before.threads, "threads")
     T.eq(after.fds, before.fds, "open files")
     assert(not T.residentMemoryMeasured or after.rss - before.rss < 64 * 1024, "resident memory grew by " .. (after.rss - before.rss) .. " KiB")
+    -- No file's claims made the process allocate for them, at any moment.
+    assert(not T.residentMemoryMeasured or after.peak < 1024 * 1024, "resident memory peaked at " .. after.peak .. " KiB")
 end)
 
 T.finish()

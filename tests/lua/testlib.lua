@@ -56,6 +56,7 @@ function T.processFigures()
     listing:close()
     return {
         rss = tonumber(string.match(status, "VmRSS:%s*(%d+)")),
+        peak = tonumber(string.match(status, "VmHWM:%s*(%d+)")),
         fds = fds - 1, -- the listing's own pipe
         threads = tonumber(string.match(status, "Threads:%s*(%d+)")),
     }

@@ -137,19 +137,21 @@ def put32le(data, offset, value):
     struct.pack_into("<I", data, offset, value)
 
 
-def huge_dims_mjpeg(corpus):
-    """Every JPEG frame's start-of-frame marker, and the AVI headers, claim 65535x65535."""
-    with open(os.path.join(corpus, "mjpeg.avi"), "rb") as f:
-        data = bytearray(f.read())
-    at = data.find(b"\xff\xc0")
-    while at >= 0:
-        put16(data, at + 5, 65535)
-        put16(data, at + 7, 65535)
-        at = data.find(b"\xff\xc0", at + 2)
-    avih = data.index(b"avih") + 8
-    put32le(data, avih + 32, 65535)
-    put32le(data, avih + 36, 65535)
-    return data
+def mjpeg_dims(size):
+    """Every JPEG frame's start-of-frame marker, and the AVI headers, claim size x size."""
+    def make(corpus):
+        with open(os.path.join(corpus, "mjpeg.avi"), "rb") as f:
+            data = bytearray(f.read())
+        at = data.find(b"\xff\xc0")
+        while at >= 0:
+            put16(data, at + 5, size)
+            put16(data, at + 7, size)
+            at = data.find(b"\xff\xc0", at + 2)
+        avih = data.index(b"avih") + 8
+        put32le(data, avih + 32, size)
+        put32le(data, avih + 36, size)
+        return data
+    return make
 
 
 def y4m(width, height, rate):
@@ -192,7 +194,9 @@ def negative_duration_mkv(corpus):
 
 HOSTILE = {
     "huge_dims.mp4": huge_dims_mp4,
-    "huge_dims_mjpeg.avi": huge_dims_mjpeg,
+    "huge_dims_mjpeg.avi": mjpeg_dims(65535),
+    # Within the largest side, but 256 million pixels: a GB a picture once converted.
+    "many_pixels_mjpeg.avi": mjpeg_dims(16000),
     "huge_dims_png.mov": png_ihdr(65535, 65535),
     "huge_dims.y4m": y4m(65535, 65535, "25:1"),
     "zero_duration.mp4": durations(0),
