@@ -116,8 +116,7 @@ void VideoDecoder::decode(const Packet& next) {
 }
 
 void VideoDecoder::fail(HRESULT hr) {
-    if (failed_) return;
-    failed_ = true;
+    if (failed_.exchange(true)) return;
     if (links_.failed) links_.failed(hr);
 }
 
@@ -188,7 +187,10 @@ void VideoDecoder::intervalOf(const AVFrame& frame, LONGLONG* time, LONGLONG* en
 }
 
 FramePointer VideoDecoder::convert(const AVFrame& frame, Conversion& conversion, unsigned generation) {
-    if (!pictureSizeAllowed(frame.width, frame.height)) return {};
+    if (!pictureSizeAllowed(frame.width, frame.height)) {
+        fail(E_OUTOFMEMORY);
+        return {};
+    }
     const bool sideways = rotation_ % 2 == 1;
     std::unique_ptr<Picture> picture =
         pool_->take(sideways ? frame.height : frame.width, sideways ? frame.width : frame.height);

@@ -70,7 +70,7 @@ private:
     AVFrame* held_ = nullptr;
     bool holding_ = false;
     bool dropping_ = false;
-    bool failed_ = false;
+    std::atomic<bool> failed_{false};  // set from the decoding thread or a seeking one
     unsigned generation_ = 0;
     AVRational timeBase_{0, 1};
     AVRational frameRate_{0, 1};
