@@ -124,21 +124,10 @@ local function printTimecodeTable(instants)
     end
 end
 
--- The toolkit reports every failed open with one code; the file system can say more, so a
--- file that cannot be read at all is reported with the system's reason.
-local function unreadableReason(path)
-    local file, message = io.open(path, "rb")
-    if not file then
-        return (string.gsub(message, "^" .. string.gsub(path, "[%p]", "%%%0") .. ": ", ""))
-    end
-    local _, readError = file:read(0)
-    file:close()
-    return readError
-end
-
 -- Inspection commands share one loop: each file in turn, a bad one reported with its text on
 -- standard error and skipped, progress on standard error when that is a terminal, exit status 1
--- at the end if any failed.
+-- at the end if any failed. work(path, i) returns nothing on success, else the reason: a text
+-- about the input, or { output = path, reason = text } about an output it could not write.
 local function eachFile(files, work)
     local failed = 0
     local showProgress = #files > 1 and vtkHost.isTerminal(2)
@@ -146,7 +135,8 @@ local function eachFile(files, work)
         if showProgress then
             io.stderr:write(string.format("\r\27[K[%d/%d] %s", i, #files, path))
         end
-        local reason = unreadableReason(path)
+        -- The toolkit reports every failed open with one code; the file system can say more.
+        local reason = vtkHost.inputProblem(path)
         local ok, message = true, reason
         if not reason then
             ok, message = pcall(work, path, i)
@@ -156,7 +146,11 @@ local function eachFile(files, work)
             if showProgress then
                 io.stderr:write("\r\27[K")
             end
-            complain(path, ": ", import("KyErrors").message(message) or tostring(message))
+            if type(message) == "table" and message.output then
+                complain(message.output, ": ", message.reason)
+            else
+                complain(path, ": ", import("KyErrors").message(message) or tostring(message))
+            end
         end
     end
     if showProgress then
@@ -165,14 +159,57 @@ local function eachFile(files, work)
     return failed == 0 and EXIT_OK or EXIT_FAILED
 end
 
--- Where a command's result for one of several files goes: -o names the file for a single input
--- and a folder for several, in which each result is named after its input.
-local function outputPath(output, path, count, extension)
-    if not output or count == 1 then
-        return output
+-- Where a command's result for each file goes: -o names the file for a single input and a folder
+-- for several, in which each result is named after its input. The folder is made when missing.
+-- Outputs that would overwrite an input, or each other, are refused before any work is done.
+local function planOutputs(output, files, extension)
+    local outputs = {}
+    if not output then
+        return outputs
     end
-    local name = string.match(path, "([^/]+)$") or path
-    return output .. "/" .. (string.gsub(name, "%.[^.]*$", "")) .. extension
+    local folder = #files == 1 and string.match(output, "^(.*)/[^/]*$") or (#files > 1 and output)
+    if folder and folder ~= "" then
+        local made, message = vtkHost.makeFolders(folder)
+        if not made then
+            usageError(folder .. ": " .. message)
+        end
+    end
+    local inputs, taken = {}, {}
+    for _, path in ipairs(files) do
+        inputs[vtkHost.identity(path) or path] = path
+    end
+    for i, path in ipairs(files) do
+        local name = string.match(path, "([^/]+)$") or path
+        local target = #files == 1 and output or output .. "/" .. (string.gsub(name, "%.[^.]*$", "")) .. extension
+        local key = vtkHost.identity(target) or (string.gsub(target, "/+", "/"))
+        if inputs[key] then
+            usageError(target .. ": would overwrite the input " .. inputs[key])
+        end
+        if taken[key] then
+            usageError(target .. ": both " .. taken[key] .. " and " .. path .. " would write it")
+        end
+        taken[key] = path
+        outputs[i] = target
+    end
+    return outputs
+end
+
+-- The packet carries the camera's texts as they are, markup and all (that is the toolkit's
+-- contract); a packet that is no well-formed XML is not written, and the value that breaks it is
+-- named. The packet's elements stand one to a segment between runs of tabs, so a value is what
+-- lies between its segment's first opening tag and its last closing one.
+local function malformedXmpValue(packet)
+    local KyXML = import("KyXML")
+    if pcall(KyXML.KyXML, packet) then
+        return nil
+    end
+    for segment in string.gmatch(packet, "[^\t]+") do
+        local tag, value = string.match(segment, "^%s*<([%w:]+)>(.*)</%1>%s*$")
+        if value and not pcall(KyXML.KyXML, "<v>" .. value .. "</v>") then
+            return "the XMP packet would not be well-formed XML: " .. tag .. " holds " .. string.format("%q", value)
+        end
+    end
+    return "the XMP packet would not be well-formed XML"
 end
 
 local kJsonEscapes = { ['"'] = '\\"', ["\\"] = "\\\\", ["\n"] = "\\n", ["\r"] = "\\r", ["\t"] = "\\t" }
@@ -252,12 +289,13 @@ clip.png).]],
         -- The native table, not the module: the module logs a missing poster's reason instead of
         -- handing it on, and here the reason is the output.
         local natives = _BUNDLE:getCFunction("VideoSupport_nativeFuncs_L")()
-        return eachFile(files, function(path)
+        local outputs = planOutputs(options.output, files, ".png")
+        return eachFile(files, function(path, i)
             local image, details = natives.getPosterFrame(path)
             if not image then
                 return details.error_message
             end
-            local written, message = image:writePNG(outputPath(options.output, path, #files, ".png"))
+            local written, message = image:writePNG(outputs[i])
             return not written and message or nil
         end)
     end,
@@ -276,22 +314,24 @@ With several files, -o names a folder and each packet is named after its file.]]
             usageError("xmp needs at least one FILE")
         end
         local VideoSupport = import("VideoSupport")
-        return eachFile(files, function(path)
+        local outputs = planOutputs(options.output, files, ".xmp")
+        return eachFile(files, function(path, i)
             local ok, packet = VideoSupport.getMetadata(path)
             if ok ~= true then
                 return ok
             end
-            local output = outputPath(options.output, path, #files, ".xmp")
-            if not output then
+            local malformed = malformedXmpValue(packet)
+            if malformed then
+                return malformed
+            end
+            if not outputs[i] then
                 say(packet)
                 return nil
             end
-            local file, message = io.open(output, "wb")
-            if not file then
-                return message
+            local written, message = vtkHost.writeFile(outputs[i], packet)
+            if not written then
+                return { output = outputs[i], reason = message }
             end
-            file:write(packet)
-            file:close()
         end)
     end,
 }

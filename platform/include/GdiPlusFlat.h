@@ -18,6 +18,7 @@ enum GpStatus {
     ObjectBusy = 4,
     InsufficientBuffer = 5,
     NotImplemented = 6,
+    Win32Error = 7,
     WrongState = 8,
 };
 
@@ -100,7 +101,8 @@ GpStatus GdipBitmapGetPixel(GpBitmap* bitmap, INT x, INT y, uint32_t* argb);
 extern const CLSID ImageEncoderPNG;
 /* Writes image as an 8-bit PNG: RGB for the RGB formats, RGBA with straight alpha for the ARGB
  * ones. filename is a path; encoderParams is ignored (the PNG encoder takes none). Another encoder
- * gives InvalidParameter, a file that cannot be written GenericError. */
+ * gives InvalidParameter; a file that cannot be written Win32Error with errno saying why. The file
+ * is written as KySafeFile writes: a failure leaves the one that was there whole. */
 GpStatus GdipSaveImageToFile(GpImage* image, const WCHAR* filename, const CLSID* encoder, const void* encoderParams);
 /* Reads a PNG of any colour type and bit depth into a new 32bppARGB bitmap (straight alpha, 8-bit
  * sRGB). GenericError when the file cannot be read or is no PNG. */

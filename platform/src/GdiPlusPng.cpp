@@ -2,11 +2,13 @@
 // into a 32bppARGB bitmap.
 #include <png.h>
 
+#include <cerrno>
 #include <climits>
 #include <string>
 
 #include "GdiPlusImage.h"
 #include "GdiPlusPixels.h"
+#include "KySafeFile.h"
 #include "Win32.h"
 
 using namespace kyplatform;
@@ -66,11 +68,22 @@ GpStatus GdipSaveImageToFile(GpImage* image, const WCHAR* filename, const CLSID*
     // Speed over size: posters are written once and read once, and the default compression
     // costs several times the decoding of the frame.
     png.flags |= PNG_IMAGE_FLAG_FAST;
+    // Written beside the old file and renamed over it, so that a failure leaves that whole; the
+    // failure's errno stays set for the caller's message.
+    KySafeFile file;
+    if (!file.open(pathOf(filename))) {
+        errno = file.error();
+        return Win32Error;
+    }
     // The row stride counts components, which are bytes at 8 bits.
-    const int written = png_image_write_to_file(&png, pathOf(filename).c_str(), 0, rows.pixels,
-                                                static_cast<png_int_32>(rows.stride), nullptr);
+    const int written = png_image_write_to_stdio(&png, file.stream(), 0, rows.pixels,
+                                                 static_cast<png_int_32>(rows.stride), nullptr);
     png_image_free(&png);
-    return written != 0 ? Ok : GenericError;
+    if (written == 0 || !file.commit()) {
+        errno = file.error() != 0 ? file.error() : EIO;
+        return Win32Error;
+    }
+    return Ok;
 }
 
 GpStatus GdipCreateBitmapFromFile(const WCHAR* filename, GpBitmap** bitmap) {

@@ -141,7 +141,8 @@ T.case("failed opens leave open files and threads where they were", function()
     end
     collectgarbage()
     local after = T.processFigures()
-    T.eq(after.fds, before.fds, "open files")
+    -- At most as many: a reader of an earlier case may still be closing its file when counted.
+    assert(after.fds <= before.fds, "open files: " .. before.fds .. " -> " .. after.fds)
     T.eq(after.threads, before.threads, "threads")
 end)
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
@@ -332,7 +333,9 @@ TEST(GdiPlusPng, FailuresGiveStatuses) {
     GpBitmap* bitmap = makeBitmap(2, 2, PixelFormat32bppRGB);
     const std::wstring inMissingFolder = wide(testFile("missing") + "/picture.png");
     const CLSID otherEncoder = {0x557CF400, 0x1A04, 0x11D3, {0x9A, 0x73, 0x00, 0x00, 0xF8, 0x1E, 0xF3, 0x2E}};
-    EXPECT_EQ(GdipSaveImageToFile(image(bitmap), inMissingFolder.c_str(), &ImageEncoderPNG, nullptr), GenericError);
+    errno = 0;
+    EXPECT_EQ(GdipSaveImageToFile(image(bitmap), inMissingFolder.c_str(), &ImageEncoderPNG, nullptr), Win32Error);
+    EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(GdipSaveImageToFile(image(bitmap), L"other.png", &otherEncoder, nullptr), InvalidParameter);
     EXPECT_EQ(GdipSaveImageToFile(image(bitmap), L"", &ImageEncoderPNG, nullptr), InvalidParameter);
     EXPECT_EQ(GdipSaveImageToFile(image(bitmap), nullptr, &ImageEncoderPNG, nullptr), InvalidParameter);
