@@ -54,6 +54,7 @@ bench: setup
 	$(BUILD)/bin/bench_ratio
 	python3 bench/inspect.py $(BUILD)
 	python3 bench/playback.py $(BUILD)
+	python3 bench/seeking.py $(BUILD)
 
 # The fuzz targets under libFuzzer for SECONDS each (scripts/fuzz.sh), in build-fuzz/.
 fuzz:

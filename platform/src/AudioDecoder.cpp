@@ -38,6 +38,7 @@ HRESULT AudioDecoder::create(AVStream& stream, DecoderLinks<AudioChunk> links, s
 
 AudioDecoder::~AudioDecoder() {
     swr_free(&resampler_);
+    av_channel_layout_uninit(&inputLayout_);
     av_frame_free(&frame_);
     avcodec_free_context(&decoder_);
 }
@@ -80,20 +81,26 @@ void AudioDecoder::receiveFrames() {
 
 void AudioDecoder::emit(const AVFrame& frame) {
     if (frame.sample_rate <= 0 || frame.nb_samples <= 0 || frame.ch_layout.nb_channels <= 0) return;
-    // The resampler follows the stream's format, which may change midway.
+    // The resampler follows the stream's format, which may change midway (a broadcast switching
+    // between 5.1 and stereo): one made for another layout would read channels the frame lacks.
+    if (resampler_ != nullptr && (frame.format != inputFormat_ || frame.sample_rate != inputRate_ ||
+                                  av_channel_layout_compare(&frame.ch_layout, &inputLayout_) != 0)) {
+        swr_free(&resampler_);
+    }
     if (resampler_ == nullptr) {
         AVChannelLayout output = AV_CHANNEL_LAYOUT_STEREO;
-        AVChannelLayout input{};
-        const bool made = av_channel_layout_copy(&input, &frame.ch_layout) == 0 &&
-                          swr_alloc_set_opts2(&resampler_, &output, AV_SAMPLE_FMT_S16, kOutputRate, &input,
+        av_channel_layout_uninit(&inputLayout_);
+        const bool made = av_channel_layout_copy(&inputLayout_, &frame.ch_layout) == 0 &&
+                          swr_alloc_set_opts2(&resampler_, &output, AV_SAMPLE_FMT_S16, kOutputRate, &inputLayout_,
                                               static_cast<AVSampleFormat>(frame.format), frame.sample_rate, 0,
                                               nullptr) >= 0 &&
                           swr_init(resampler_) >= 0;
-        av_channel_layout_uninit(&input);
         if (!made) {
             swr_free(&resampler_);
             return;
         }
+        inputFormat_ = frame.format;
+        inputRate_ = frame.sample_rate;
     }
     const LONGLONG time = frame.pts == AV_NOPTS_VALUE ? nextTime_ : toMediaTime(frame.pts, timeBase_, links_.origin);
     const int capacity = swr_get_out_samples(resampler_, frame.nb_samples);

@@ -30,6 +30,10 @@ private:
     DecoderLinks<AudioChunk> links_;
     AVCodecContext* decoder_ = nullptr;
     SwrContext* resampler_ = nullptr;
+    // What the resampler was made for.
+    AVChannelLayout inputLayout_{};
+    int inputFormat_ = -1;
+    int inputRate_ = 0;
     AVFrame* frame_ = nullptr;
     bool failed_ = false;
     unsigned generation_ = 0;

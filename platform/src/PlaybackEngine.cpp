@@ -168,11 +168,12 @@ void PlaybackEngine::reposition(LONGLONG target) {
     av_seek_frame(format_, -1, origin_, AVSEEK_FLAG_BACKWARD);
 }
 
-bool PlaybackEngine::landedBefore(const AVPacket& packet, LONGLONG target) const {
-    if ((packet.flags & AV_PKT_FLAG_KEY) == 0) return false;
+PlaybackEngine::Landing PlaybackEngine::landing(const AVPacket& packet, LONGLONG target) const {
     const int64_t timestamp = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
-    return timestamp != AV_NOPTS_VALUE &&
-           toMediaTime(timestamp, format_->streams[videoIndex_]->time_base, origin_) <= target;
+    const bool past = timestamp != AV_NOPTS_VALUE &&
+                      toMediaTime(timestamp, format_->streams[videoIndex_]->time_base, origin_) > target;
+    if ((packet.flags & AV_PKT_FLAG_KEY) == 0) return past ? Landing::Missed : Landing::Skip;
+    return past || timestamp == AV_NOPTS_VALUE ? Landing::Missed : Landing::Landed;
 }
 
 void PlaybackEngine::enqueue(BoundedQueue<Packet>& queue, BoundedQueue<Packet>* other, Packet packet, size_t weight) {
@@ -208,7 +209,7 @@ void PlaybackEngine::demux() {
     BoundedQueue<Packet>* audio = audio_ ? &audioPackets_ : nullptr;
     // After a seek, the first video packet must be a key frame at or before the target: containers
     // without an index land on any packet. Until it is found, audio read on the way waits here.
-    LONGLONG landing = 0;
+    LONGLONG target = 0;
     LONGLONG backoff = 0;
     bool landed = true;
     std::vector<Packet> waiting;
@@ -222,12 +223,12 @@ void PlaybackEngine::demux() {
                 seekPending_ = false;
                 generation = seek_.generation();
                 ended = false;
-                landing = seekTarget_;
+                target = seekTarget_;
                 backoff = 0;
                 landed = video == nullptr;
                 waiting.clear();
                 lock.unlock();
-                reposition(landing);
+                reposition(target);
                 continue;
             }
         }
@@ -254,10 +255,14 @@ void PlaybackEngine::demux() {
                 if (waiting.size() < kWaitingPackets) waiting.push_back(Packet{std::move(moved), generation});
                 continue;
             }
-            if (!landedBefore(*moved, landing) && landing - backoff > 0) {
+            // Pictures before the key frame cannot be decoded; past the target without one, reading
+            // starts further back, until the start of the file.
+            const Landing found = landing(*moved, target);
+            if (found == Landing::Skip && target - backoff > 0) continue;
+            if (found == Landing::Missed && target - backoff > 0) {
                 backoff = backoff == 0 ? kHundredNanosecondsPerSecond : 2 * backoff;
                 waiting.clear();
-                reposition(landing - backoff);
+                reposition(target - backoff);
                 continue;
             }
             landed = true;

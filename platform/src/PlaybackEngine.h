@@ -10,6 +10,9 @@
 // waits while the queue of the packet it holds is full; the decoders wait for packets and for room
 // for their output; the scheduler and the device never wait on a queue.
 //
+// After a seek the demuxer skips to a key frame at or before the target: containers without an
+// index (MPEG-TS) land on any packet.
+//
 // Why this cannot deadlock when one stream lies far ahead of the other in the file: the pictures
 // are consumed as the clock passes them, and the clock runs once the first picture after a seek is
 // shown (preroll). Audio is consumed only while the clock runs. So during preroll the audio side
@@ -79,8 +82,11 @@ private:
     int64_t guessedTimesDelay(int videoIndex);
     /* With the demuxer: moves the input to target (media time), or to its start when that fails. */
     void reposition(LONGLONG target);
-    /* A video packet that decoding from target can start with: a key frame at or before it. */
-    bool landedBefore(const AVPacket& packet, LONGLONG target) const;
+    /* After a seek to target, what a video packet says of where reading landed: decoding can start
+     * with a key frame at or before target (Landed); packets before one are skipped (Skip); past
+     * target without one, reading has to start earlier (Missed). */
+    enum class Landing { Skip, Landed, Missed };
+    Landing landing(const AVPacket& packet, LONGLONG target) const;
     /* The video decoder missed the target of generation: reads again from further back. */
     void retreat(unsigned generation);
     void restart(LONGLONG from);
