@@ -296,7 +296,9 @@ clip.png).]],
                 return details.error_message
             end
             local written, message = image:writePNG(outputs[i])
-            return not written and message or nil
+            if not written then
+                return { output = outputs[i], reason = string.sub(message, #outputs[i] + 3) }
+            end
         end)
     end,
 }

@@ -1,7 +1,9 @@
 // Images in Lua: a direct object whose record holds one counted reference to a KyImage, given up
 // when the collector finalises the object.
 #include <algorithm>
+#include <cerrno>
 #include <climits>
+#include <cstring>
 #include <new>
 
 #include "KyImage.h"
@@ -42,15 +44,17 @@ int getPixel(void* record, lua_State* L) {
     return 4;
 }
 
-// writePNG(path) -> true, or nil and a message.
+// writePNG(path) -> true, or nil and "path: the system's reason", as Lua's io functions say it.
 int writePNG(void* record, lua_State* L) {
     const KyNativeString path = KyLua_checkNativeString(L, 2);
+    errno = 0;
     if (imageOf(record).WritePNG(path)) {
         lua_pushboolean(L, 1);
         return 1;
     }
+    const int error = errno;
     lua_pushnil(L);
-    lua_pushfstring(L, "cannot write PNG file '%s'", lua_tostring(L, 2));
+    lua_pushfstring(L, "%s: %s", lua_tostring(L, 2), error != 0 ? std::strerror(error) : "cannot write a PNG file there");
     return 2;
 }
 

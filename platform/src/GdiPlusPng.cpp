@@ -76,11 +76,17 @@ GpStatus GdipSaveImageToFile(GpImage* image, const WCHAR* filename, const CLSID*
         return Win32Error;
     }
     // The row stride counts components, which are bytes at 8 bits.
+    errno = 0;
     const int written = png_image_write_to_stdio(&png, file.stream(), 0, rows.pixels,
                                                  static_cast<png_int_32>(rows.stride), nullptr);
+    const int writeError = errno;
     png_image_free(&png);
-    if (written == 0 || !file.commit()) {
-        errno = file.error() != 0 ? file.error() : EIO;
+    if (written == 0) {
+        errno = writeError != 0 ? writeError : EIO;
+        return Win32Error;
+    }
+    if (!file.commit()) {
+        errno = file.error();
         return Win32Error;
     }
     return Ok;
