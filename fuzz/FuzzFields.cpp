@@ -1,7 +1,10 @@
-// Splitting a fuzz input into text fields and reading numbers from them.
+// Splitting a fuzz input into text fields, reading numbers from them, and where media go.
 #include "FuzzFields.h"
 
+#include <unistd.h>
+
 #include <charconv>
+#include <cstdlib>
 
 std::vector<std::string> splitLines(const uint8_t* data, size_t size) {
     std::vector<std::string> fields(1);
@@ -28,3 +31,9 @@ static Number readWhole(const std::string& text, Number fallback) {
 double numberIn(const std::string& text, double fallback) { return readWhole(text, fallback); }
 
 int64_t integerIn(const std::string& text, int64_t fallback) { return readWhole(text, fallback); }
+
+std::string scratchFolder() {
+    const char* folder = std::getenv("TMPDIR");
+    if (folder != nullptr && *folder != '\0') return folder;
+    return access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+}

@@ -1,5 +1,5 @@
-/* How the fuzz targets read an input: text fields cut at newlines, numbers spelled in a field, and
- * raw numbers taken from the input's bytes. */
+/* How the fuzz targets read an input (text fields cut at newlines, numbers spelled in a field, and
+ * raw numbers taken from the input's bytes), and where they put the media they make of one. */
 #ifndef VIDEO_TOOLKIT_FUZZ_FIELDS_H
 #define VIDEO_TOOLKIT_FUZZ_FIELDS_H
 
@@ -18,6 +18,9 @@ const std::string& fieldAt(const std::vector<std::string>& fields, size_t index)
 /* The whole of text read as a number, or fallback when it is not one. */
 double numberIn(const std::string& text, double fallback);
 int64_t integerIn(const std::string& text, int64_t fallback);
+
+/* Where a target writes the media it makes of an input: TMPDIR, else memory (/dev/shm), else /tmp. */
+std::string scratchFolder();
 
 /* The bytes at offset as a T, zeros where the input ends first. */
 template <class T>

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "FuzzCheck.h"
+#include "FuzzFields.h"
 #include "FuzzHost.h"
 
 namespace {
@@ -66,12 +67,6 @@ end
 
 int inspectRef = LUA_NOREF;
 std::string mediaPath;
-
-std::string scratchFolder() {
-    const char* folder = std::getenv("TMPDIR");
-    if (folder != nullptr && *folder != '\0') return folder;
-    return access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-}
 
 void removeMedia() { unlink(mediaPath.c_str()); }
 

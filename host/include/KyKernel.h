@@ -31,7 +31,8 @@ typedef struct KyDirectObjectPropertyRow {
 /* The static record of a Lua-visible native type. The owner (a toolkit) keeps it alive for as long
  * as the host runs and never writes it after handing it over; the host may use hostWord. Method
  * rows named like Lua metamethods (__add, __eq, __tostring, __gc, ...) become the type's
- * metamethods; every row is also a method. Rows end with a row of nulls. */
+ * metamethods; every row but __gc is also a method. The __gc row runs once, and the object refuses
+ * every method after it. Rows end with a row of nulls. */
 typedef struct KyDirectObjectClass {
     uintptr_t hostWord;
     const char* className;

@@ -30,7 +30,8 @@ public:
     virtual bool hasResource(const char* fileName) const;
     /* The resource's bytes, or nothing when it is not stored or unreadable. */
     virtual std::optional<std::string> getResourceByName(const char* fileName) const;
-    /* Lua: fileNamed(self, name) -> the stored resource's bytes (an image's PNG file), or nil. */
+    /* Lua: fileNamed(self, name) -> the stored resource's bytes (an image's PNG file), or nil. In
+     * both Lua lookups the whole string is the name: one holding a NUL names nothing. */
     virtual int fileNamed(lua_State* L);
     /* Lua: getCFunction(self, name) -> the library's exported function of that name as a Lua C
      * function, or nil when the library exports no such name; a Lua error when the library

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <vector>
 
 #include "KyCanvas.h"
@@ -45,10 +46,21 @@ int collect(lua_State* L) {
     return 0;
 }
 
+// A colour channel of any number: NaN counts as 0.
 uint8_t channel(lua_State* L, int index, int fallback) {
     const lua_Number value = luaL_optnumber(L, index, fallback);
-    return static_cast<uint8_t>(std::clamp<lua_Number>(std::round(value), 0, 255));
+    if (!(value > 0)) return 0;
+    return static_cast<uint8_t>(std::min<lua_Number>(std::round(value), 255));
 }
+
+// The end of a span of any integers, saturated where the sum would overflow.
+lua_Integer spanEnd(lua_Integer start, lua_Integer extent) {
+    lua_Integer end = 0;
+    if (!__builtin_add_overflow(start, extent, &end)) return end;
+    return extent > 0 ? std::numeric_limits<lua_Integer>::max() : std::numeric_limits<lua_Integer>::min();
+}
+
+int clipped(lua_Integer value, int side) { return static_cast<int>(std::clamp<lua_Integer>(value, 0, side)); }
 
 // Source-over with straight alpha.
 void blend(uint8_t* to, const uint8_t* from) {
@@ -107,10 +119,12 @@ int height(lua_State* L) {
 
 int fill(lua_State* L) {
     ky::Canvas& canvas = ky::checkCanvas(L, 1);
-    const int x0 = std::max<int>(0, static_cast<int>(luaL_checkinteger(L, 2)));
-    const int y0 = std::max<int>(0, static_cast<int>(luaL_checkinteger(L, 3)));
-    const int x1 = std::min<lua_Integer>(canvas.width, luaL_checkinteger(L, 2) + luaL_checkinteger(L, 4));
-    const int y1 = std::min<lua_Integer>(canvas.height, luaL_checkinteger(L, 3) + luaL_checkinteger(L, 5));
+    const lua_Integer x = luaL_checkinteger(L, 2);
+    const lua_Integer y = luaL_checkinteger(L, 3);
+    const int x0 = clipped(x, canvas.width);
+    const int y0 = clipped(y, canvas.height);
+    const int x1 = clipped(spanEnd(x, luaL_checkinteger(L, 4)), canvas.width);
+    const int y1 = clipped(spanEnd(y, luaL_checkinteger(L, 5)), canvas.height);
     const uint8_t colour[4] = {channel(L, 8, 0), channel(L, 7, 0), channel(L, 6, 0), channel(L, 9, 255)};
     for (int y = y0; y < y1; ++y) {
         for (int x = x0; x < x1; ++x) blend(&canvas.bgra[(static_cast<size_t>(y) * canvas.width + x) * 4], colour);
@@ -123,21 +137,24 @@ int fill(lua_State* L) {
 int draw(lua_State* L) {
     ky::Canvas& canvas = ky::checkCanvas(L, 1);
     const ky::Canvas& image = ky::checkCanvas(L, 2);
-    const int dx = static_cast<int>(luaL_checkinteger(L, 3));
-    const int dy = static_cast<int>(luaL_checkinteger(L, 4));
-    const int sx = static_cast<int>(luaL_optinteger(L, 7, 0));
-    const int sy = static_cast<int>(luaL_optinteger(L, 8, 0));
-    const int sw = static_cast<int>(luaL_optinteger(L, 9, image.width - sx));
-    const int sh = static_cast<int>(luaL_optinteger(L, 10, image.height - sy));
-    const int dw = static_cast<int>(luaL_optinteger(L, 5, sw));
-    const int dh = static_cast<int>(luaL_optinteger(L, 6, sh));
-    luaL_argcheck(L, sx >= 0 && sy >= 0 && sw > 0 && sh > 0 && sx + sw <= image.width && sy + sh <= image.height, 7,
-                  "the source rectangle must lie inside the image");
+    const lua_Integer dx = luaL_checkinteger(L, 3);
+    const lua_Integer dy = luaL_checkinteger(L, 4);
+    const lua_Integer sx = luaL_optinteger(L, 7, 0);
+    const lua_Integer sy = luaL_optinteger(L, 8, 0);
+    constexpr const char* kOutside = "the source rectangle must lie inside the image";
+    luaL_argcheck(L, sx >= 0 && sy >= 0 && sx < image.width && sy < image.height, 7, kOutside);
+    const lua_Integer sw = luaL_optinteger(L, 9, image.width - sx);
+    const lua_Integer sh = luaL_optinteger(L, 10, image.height - sy);
+    luaL_argcheck(L, sw > 0 && sh > 0 && sw <= image.width - sx && sh <= image.height - sy, 7, kOutside);
+    const lua_Integer dw = luaL_optinteger(L, 5, sw);
+    const lua_Integer dh = luaL_optinteger(L, 6, sh);
     if (dw <= 0 || dh <= 0) return 0;
-    for (int y = std::max(0, dy); y < std::min(canvas.height, dy + dh); ++y) {
-        const int from = sy + static_cast<int>(static_cast<int64_t>(y - dy) * sh / dh);
-        for (int x = std::max(0, dx); x < std::min(canvas.width, dx + dw); ++x) {
-            const int across = sx + static_cast<int>(static_cast<int64_t>(x - dx) * sw / dw);
+    // y - dy lies in [0, dh) and x - dx in [0, dw); their products with the source side need more
+    // than 64 bits when the target is stretched past any canvas.
+    for (int y = clipped(dy, canvas.height); y < clipped(spanEnd(dy, dh), canvas.height); ++y) {
+        const auto from = static_cast<int>(sy + static_cast<__int128>(y - dy) * sh / dh);
+        for (int x = clipped(dx, canvas.width); x < clipped(spanEnd(dx, dw), canvas.width); ++x) {
+            const auto across = static_cast<int>(sx + static_cast<__int128>(x - dx) * sw / dw);
             blend(&canvas.bgra[(static_cast<size_t>(y) * canvas.width + x) * 4],
                   &image.bgra[(static_cast<size_t>(from) * image.width + across) * 4]);
         }

@@ -1,7 +1,9 @@
 // Direct objects: full userdata whose behaviour comes from a KyDirectObjectClass record.
 //
 // One metatable per class and state, kept in the registry under the class record's address. The
-// metatable's slot [1] holds the record's address, which is how an instance is recognised.
+// metatable's slot [1] holds the record's address, which is how an instance is recognised. The
+// metatable is protected (getmetatable gives the class name), and its __gc row is no method: a
+// finaliser that Lua reaches anyway (debug.getmetatable) runs once (ky::finaliseOnce).
 #include <cstring>
 
 #include "KyKernel.h"
@@ -22,18 +24,31 @@ void* receiverOrRaise(lua_State* L, const KyDirectObjectClass* cls) {
     return record;
 }
 
-// Upvalues: the class record, the method.
-int callMethod(lua_State* L) {
-    const KyDirectObjectClass* cls = classOf(L, 1);
-    auto method = reinterpret_cast<KyDirectObjectMethod>(lua_touserdata(L, lua_upvalueindex(2)));
-    ky::NativeCallScope scope(L);
-    return method(receiverOrRaise(L, cls), L);
+KyDirectObjectMethod methodOf(lua_State* L) {
+    return reinterpret_cast<KyDirectObjectMethod>(lua_touserdata(L, lua_upvalueindex(2)));
 }
 
-const KyDirectObjectPropertyRow* findProperty(const KyDirectObjectClass* cls, const char* name) {
-    if (cls->properties == nullptr || name == nullptr) return nullptr;
+// Upvalues: the class record, the method.
+int callMethod(lua_State* L) {
+    void* record = receiverOrRaise(L, classOf(L, 1));
+    ky::NativeCallScope scope(L, record);
+    return methodOf(L)(record, L);
+}
+
+// The __gc row. Upvalues: the class record, the method.
+int finaliseObject(lua_State* L) {
+    void* record = receiverOrRaise(L, classOf(L, 1));
+    const KyDirectObjectMethod method = methodOf(L);
+    return ky::finaliseOnce(L, record, [&] { method(record, L); });
+}
+
+// The property whose name is the whole string at the index, if it is one.
+const KyDirectObjectPropertyRow* findProperty(lua_State* L, const KyDirectObjectClass* cls, int index) {
+    if (cls->properties == nullptr || lua_type(L, index) != LUA_TSTRING) return nullptr;
+    size_t length = 0;
+    const char* name = lua_tolstring(L, index, &length);
     for (const KyDirectObjectPropertyRow* row = cls->properties; row->name != nullptr; ++row) {
-        if (std::strcmp(row->name, name) == 0) return row;
+        if (std::strlen(row->name) == length && std::memcmp(row->name, name, length) == 0) return row;
     }
     return nullptr;
 }
@@ -41,10 +56,9 @@ const KyDirectObjectPropertyRow* findProperty(const KyDirectObjectClass* cls, co
 // __index(object, key). Upvalues: the class record, the table of method closures.
 int indexObject(lua_State* L) {
     const KyDirectObjectClass* cls = classOf(L, 1);
-    const char* key = lua_type(L, 2) == LUA_TSTRING ? lua_tostring(L, 2) : nullptr;
-    if (const KyDirectObjectPropertyRow* property = findProperty(cls, key)) {
-        ky::NativeCallScope scope(L);
+    if (const KyDirectObjectPropertyRow* property = findProperty(L, cls, 2)) {
         void* record = receiverOrRaise(L, cls);
+        ky::NativeCallScope scope(L, record);
         lua_settop(L, 1);
         return property->getter(record, L);
     }
@@ -56,14 +70,14 @@ int indexObject(lua_State* L) {
 // __newindex(object, key, value): the setter sees the receiver at 1 and the value at 2.
 int assignProperty(lua_State* L) {
     const KyDirectObjectClass* cls = classOf(L, 1);
-    const char* key = lua_type(L, 2) == LUA_TSTRING ? lua_tostring(L, 2) : nullptr;
-    const KyDirectObjectPropertyRow* property = findProperty(cls, key);
+    const KyDirectObjectPropertyRow* property = findProperty(L, cls, 2);
     if (property == nullptr || property->setter == nullptr) {
-        lua_pushfstring(L, "%s has no writable property '%s'", cls->className, key ? key : luaL_typename(L, 2));
+        const char* key = lua_type(L, 2) == LUA_TSTRING ? lua_tostring(L, 2) : luaL_typename(L, 2);
+        lua_pushfstring(L, "%s has no writable property '%s'", cls->className, key);
         return lua_error(L);
     }
-    ky::NativeCallScope scope(L);
     void* record = receiverOrRaise(L, cls);
+    ky::NativeCallScope scope(L, record);
     lua_remove(L, 2);
     return property->setter(record, L);
 }
@@ -86,6 +100,11 @@ void pushClassMetatable(lua_State* L, const KyDirectObjectClass* cls) {
     for (const KyDirectObjectMethodRow* row = cls->methods; row && row->name != nullptr; ++row) {
         lua_pushlightuserdata(L, const_cast<KyDirectObjectClass*>(cls));
         lua_pushlightuserdata(L, reinterpret_cast<void*>(row->method));
+        if (std::strcmp(row->name, "__gc") == 0) {
+            lua_pushcclosure(L, finaliseObject, 2);
+            lua_setfield(L, metatable, row->name);
+            continue;
+        }
         lua_pushcclosure(L, callMethod, 2);
         if (std::strncmp(row->name, "__", 2) == 0) {
             lua_pushvalue(L, -1);

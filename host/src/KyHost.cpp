@@ -51,7 +51,7 @@ int bundleGetCFunction(void* record, lua_State* L) { return bundleOf(record)->ge
 int bundleFileNamed(void* record, lua_State* L) { return bundleOf(record)->fileNamed(L); }
 
 int bundleHasResource(void* record, lua_State* L) {
-    lua_pushboolean(L, bundleOf(record)->hasResource(luaL_checkstring(L, 2)));
+    lua_pushboolean(L, bundleOf(record)->hasResource(ky::checkWholeName(L, 2)));
     return 1;
 }
 
@@ -75,6 +75,23 @@ const KyDirectObjectPropertyRow kNoProperties[] = {{nullptr, nullptr, nullptr}};
 KyDirectObjectClass bundleClass = {
     0, "KyToolkitWin", sizeof(KyToolkitWin*), nullptr, nullptr, nullptr, kBundleMethods, kNoProperties,
 };
+
+// A method of a type that ky::pushMetatable makes. Upvalues: the type's name, the function.
+void* userdataReceiver(lua_State* L) { return luaL_checkudata(L, 1, lua_tostring(L, lua_upvalueindex(1))); }
+
+lua_CFunction functionOf(lua_State* L) {
+    return reinterpret_cast<lua_CFunction>(lua_touserdata(L, lua_upvalueindex(2)));
+}
+
+int callUserdataMethod(lua_State* L) {
+    const ky::NativeCallScope scope(L, userdataReceiver(L));
+    return functionOf(L)(L);
+}
+
+int finaliseUserdata(lua_State* L) {
+    const lua_CFunction finalise = functionOf(L);
+    return ky::finaliseOnce(L, userdataReceiver(L), [&] { finalise(L); });
+}
 
 std::string popError(lua_State* L) {
     const char* text = lua_tostring(L, -1);
@@ -110,11 +127,19 @@ void setArgTable(lua_State* L, const std::string& name, const std::vector<std::s
 }  // namespace
 
 void ky::pushMetatable(lua_State* L, const char* name, const luaL_Reg* methods) {
-    if (luaL_newmetatable(L, name)) {
-        luaL_register(L, nullptr, methods);
-        lua_pushvalue(L, -1);
-        lua_setfield(L, -2, "__index");
+    if (!luaL_newmetatable(L, name)) return;
+    const int metatable = lua_gettop(L);
+    lua_pushstring(L, name);
+    lua_setfield(L, metatable, "__metatable");
+    lua_newtable(L);
+    for (const luaL_Reg* row = methods; row->name != nullptr; ++row) {
+        const bool finaliser = std::strcmp(row->name, "__gc") == 0;
+        lua_pushstring(L, name);
+        lua_pushlightuserdata(L, reinterpret_cast<void*>(row->func));
+        lua_pushcclosure(L, finaliser ? finaliseUserdata : callUserdataMethod, 2);
+        lua_setfield(L, std::strncmp(row->name, "__", 2) == 0 ? metatable : metatable + 1, row->name);
     }
+    lua_setfield(L, metatable, "__index");
 }
 
 KyHost::KyHost() : L_(luaL_newstate()) {

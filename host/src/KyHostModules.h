@@ -17,8 +17,10 @@ extern const luaL_Reg kXMLFunctions[];
 // KyMediaProbe lives in a library of its own, loaded by this opener (KyMediaProbeLoader.cpp).
 int openMediaProbe(lua_State* L);
 
-// Pushes the metatable of that name, made at first use: the methods (a "__gc" row among them) and
-// itself as __index. For the host's small userdata types.
+// Pushes the metatable of that name, made at first use, for the host's small userdata types: the
+// methods, each refusing a receiver of another type, served by __index; the metamethods (a "__gc"
+// row among them) in the metatable only, which getmetatable does not give out. A "__gc" row runs
+// once (ky::finaliseOnce).
 void pushMetatable(lua_State* L, const char* name, const luaL_Reg* methods);
 
 }  // namespace ky

@@ -1,10 +1,12 @@
 #include "KyNativeCall.h"
 
+#include <cstring>
+
 namespace ky {
 
 namespace {
 
-thread_local lua_State* currentState = nullptr;
+thread_local NativeCallScope* innermost = nullptr;
 
 // Registry key of the weak-valued cache from function pointer to its closure.
 char closureCacheKey;
@@ -32,11 +34,26 @@ void pushClosureCache(lua_State* L) {
 
 }  // namespace
 
-NativeCallScope::NativeCallScope(lua_State* L) : previous_(currentState) { currentState = L; }
+NativeCallScope::NativeCallScope(lua_State* L, const void* receiver) : state_(L), receiver_(receiver), outer_(innermost) {
+    innermost = this;
+}
 
-NativeCallScope::~NativeCallScope() { currentState = previous_; }
+NativeCallScope::~NativeCallScope() { innermost = outer_; }
 
-lua_State* NativeCallScope::current() { return currentState; }
+lua_State* NativeCallScope::current() { return innermost ? innermost->state_ : nullptr; }
+
+bool NativeCallScope::isRunning(const void* receiver) {
+    for (const NativeCallScope* scope = innermost; scope != nullptr; scope = scope->outer_) {
+        if (scope->receiver_ == receiver) return true;
+    }
+    return false;
+}
+
+const char* checkWholeName(lua_State* L, int index) {
+    size_t length = 0;
+    const char* name = luaL_checklstring(L, index, &length);
+    return std::strlen(name) == length ? name : nullptr;
+}
 
 void pushNativeFunction(lua_State* L, lua_CFunction function) {
     pushClosureCache(L);

@@ -1,10 +1,13 @@
 #include "KyNativeString.h"
 
+#include <cstring>
+
 #include "Win32.h"
 
 KyNativeString KyLua_checkNativeString(lua_State* L, int index) {
     size_t length = 0;
     const char* text = luaL_checklstring(L, index, &length);
+    luaL_argcheck(L, std::strlen(text) == length, index, "a NUL character would end the text early");
     return MultiByteToWide(CP_UTF8, std::string(text, length));
 }
 

@@ -65,7 +65,7 @@ std::optional<std::string> KyToolkitWin::resourcePath(const char* fileName) cons
     if (fileName == nullptr || path_.empty()) return std::nullopt;
     const std::string name(fileName);
     // A name with a separator could leave the resource folder.
-    if (name.empty() || name.find('/') != std::string::npos || name.find('\0') != std::string::npos) return std::nullopt;
+    if (name.empty() || name.find('/') != std::string::npos) return std::nullopt;
     const std::string type = resourceType(name);
     if (type.empty()) return std::nullopt;
     std::string file = path_ + "/resources/" + type + "/" + storedName(name);
@@ -87,7 +87,7 @@ std::optional<std::string> KyToolkitWin::getResourceByName(const char* fileName)
 }
 
 int KyToolkitWin::fileNamed(lua_State* L) {
-    const auto bytes = getResourceByName(luaL_checkstring(L, 2));
+    const auto bytes = getResourceByName(ky::checkWholeName(L, 2));
     if (bytes) {
         lua_pushlstring(L, bytes->data(), bytes->size());
     } else {
@@ -108,9 +108,9 @@ void* KyToolkitWin::ownSymbol(const char* name) {
 }
 
 int KyToolkitWin::getCFunction(lua_State* L) {
-    const char* name = luaL_checkstring(L, 2);
+    const char* name = ky::checkWholeName(L, 2);
     if (!openLibrary()) return luaL_error(L, "cannot load the toolkit library: %s", error_.c_str());
-    void* symbol = ownSymbol(name);
+    void* symbol = name ? ownSymbol(name) : nullptr;
     if (symbol == nullptr) {
         lua_pushnil(L);
     } else {

@@ -6,6 +6,7 @@
 #include "KyCanvas.h"
 #include "KyHostModules.h"
 #include "KyLoop.h"
+#include "KyNativeCall.h"
 #include "KyNativeString.h"
 #include "KyView.h"
 
@@ -289,11 +290,20 @@ void callHandlerWithPair(lua_State* L, int viewIndex, const char* event, int a, 
     callHandler(L, viewIndex, 3);
 }
 
+// The delivery in progress on this thread. deliver is on the Lua stack while it runs, where
+// debug.getinfo can take it: called again, it must not read a light userdata it was not given.
+thread_local const Delivery* currentDelivery = nullptr;
+
 // Runs in protected mode with the Delivery as its light userdata.
 int deliver(lua_State* L) {
-    const Delivery& d = *static_cast<Delivery*>(lua_touserdata(L, 1));
+    if (currentDelivery == nullptr || lua_touserdata(L, 1) != currentDelivery) {
+        return luaL_error(L, "KyView: no window message is being delivered");
+    }
+    const Delivery& d = *currentDelivery;
     lua_rawgeti(L, LUA_REGISTRYINDEX, KyViewAccess::reference(*d.view));
     const int viewIndex = lua_gettop(L);
+    // The handlers may not finalise the view that d names while it is being used.
+    const ky::NativeCallScope scope(L, KyDirectObject_fromLua(L, viewIndex, &viewClass()));
     if (d.view->windowMessage_L(L, viewIndex, d.message, d.wParam, d.lParam)) return 0;
     char letter[2];
     switch (d.message) {
@@ -339,9 +349,12 @@ LRESULT viewWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) 
 void deliverMessage(KyViewManifestationWin& view, UINT message, WPARAM wParam, LPARAM lParam) {
     lua_State* L = KyViewAccess::state(view);
     Delivery delivery{&view, message, wParam, lParam};
+    const Delivery* outer = currentDelivery;
+    currentDelivery = &delivery;
     lua_pushcfunction(L, deliver);
     lua_pushlightuserdata(L, &delivery);
     ky::loopOf(L)->call(1, "KyView window procedure");
+    currentDelivery = outer;
 }
 
 bool registerWindowClass() {

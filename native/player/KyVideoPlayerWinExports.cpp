@@ -37,8 +37,8 @@ struct _KyVideoPlayerWinPrivate {
     }
 };
 
-// The record of the Lua object. The class gives the host no hook, so it is never destroyed: only
-// invalidateReference ends what it holds.
+// The record of the Lua object. invalidateReference ends what it holds; the collector destroys it,
+// which ends the native state of an object that Lua dropped without invalidating it.
 struct KyVideoPlayerWin {
     std::mutex mutex;
     std::shared_ptr<_KyVideoPlayerWinPrivate> priv;
@@ -88,10 +88,16 @@ int openURL(void* record, lua_State* L) {
     return 0;
 }
 
+// The event is the light userdata of a window message (KyViewWinVideoPlayer.cpp); any other
+// pointer is refused before the engine sees it.
 int handleEvent(void* record, lua_State* L) {
     std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
     NativePlayer& player = playerOf(record, &keep);
-    player.handleEvent(static_cast<IMFMediaEvent*>(KyLua_checkLightUserdata(L, 2)));
+    auto* event = static_cast<IMFMediaEvent*>(KyLua_checkLightUserdata(L, 2));
+    if (!NativePlayer::isPostedEvent(event)) {
+        KyLua_throwProgramError(L, "Assertion failed: NativePlayer::isPostedEvent(event)");
+    }
+    player.handleEvent(event);
     return 0;
 }
 
@@ -147,6 +153,11 @@ int invalidateReference(void* record, lua_State*) {
     return 0;
 }
 
+int collect(void* record, lua_State*) {
+    static_cast<KyVideoPlayerWin*>(record)->~KyVideoPlayerWin();
+    return 0;
+}
+
 const KyDirectObjectMethodRow kPlayerMethods[] = {
     {"pause", callOperation<&NativePlayer::pause>},
     {"play", callOperation<&NativePlayer::play>},
@@ -166,6 +177,7 @@ const KyDirectObjectMethodRow kPlayerMethods[] = {
     {"closeURL", callOperation<&NativePlayer::closeURL>},
     {"setPosterFrame", setPosterFrame},
     {"invalidateReference", invalidateReference},
+    {"__gc", collect},
     {nullptr, nullptr},
 };
 
@@ -189,12 +201,12 @@ int KyVideoPlayerWin_nativeFuncs_L(lua_State* L) { return ToolkitExports_pushNat
 
 int KyVideoPlayerWin_new_L(lua_State* L) {
     if (lua_gettop(L) < 3) return luaL_error(L, "Wrong number of arguments to KyVideoPlayerWin");
-    KyTransitQueue queue = KyTransitQueue_checkRetainFromLua(L, 1);
-    KyMainThreadAction action = KyMainThreadAction_copy(L, 2);
-    // Until the native state holds them, the references belong to this call: a raise or a failed
-    // creation gives them back.
-    std::unique_ptr<KyTransitQueueRecord, void (*)(KyTransitQueue)> queueHold(queue, KyTransitQueue_release);
-    std::unique_ptr<KyMainThreadActionRecord, void (*)(KyMainThreadAction)> actionHold(action, KyMainThreadAction_release);
+    // Until the native state holds them, the references belong to this call: a raise (the action's
+    // check among them) or a failed creation gives them back.
+    std::unique_ptr<KyTransitQueueRecord, void (*)(KyTransitQueue)> queueHold(KyTransitQueue_checkRetainFromLua(L, 1),
+                                                                               KyTransitQueue_release);
+    std::unique_ptr<KyMainThreadActionRecord, void (*)(KyMainThreadAction)> actionHold(KyMainThreadAction_copy(L, 2),
+                                                                                       KyMainThreadAction_release);
 
     KyViewManifestationWin* manifestation = KyView_Win_manifestationFromViewL(L, 3);
     if (manifestation == nullptr) KyThrowProgramError("Assertion failed: manifestation");

@@ -1,7 +1,10 @@
 // NativePlayer's life, state machine and event handling.
 #include "NativePlayer.h"
 
+#include <mutex>
 #include <new>
+#include <unordered_map>
+#include <vector>
 
 #include "ErrorText.h"
 
@@ -10,6 +13,55 @@ namespace {
 constexpr DWORD kCloseWaitMilliseconds = 1000;
 // The attribute under which Invoke stamps an event with the serial of the session it came from.
 const GUID kSessionSerialKey = {0x6f1e2b7a, 0x3c4d, 0x4e5f, {0x9a, 0x0b, 0x1c, 0x2d, 0x3e, 0x4f, 0x50, 0x61}};
+
+// The events posted to a window and not yet taken back, each with the player that posted it. A
+// window message only names an event: whoever handles it first takes it out of here, so a message
+// handled twice, one outliving its player, or a pointer from anywhere else, finds nothing. Invoke
+// adds on a work-queue thread; the main thread takes.
+struct PostedEvents {
+    std::mutex lock;
+    std::unordered_map<IMFMediaEvent*, const NativePlayer*> owners;
+
+    void add(IMFMediaEvent* event, const NativePlayer* owner) {
+        std::lock_guard<std::mutex> hold(lock);
+        owners[event] = owner;
+    }
+
+    bool contains(IMFMediaEvent* event) {
+        std::lock_guard<std::mutex> hold(lock);
+        return owners.count(event) != 0;
+    }
+
+    // True, with its owner, when the event was posted and is now the caller's to release.
+    bool take(IMFMediaEvent* event, const NativePlayer** owner) {
+        std::lock_guard<std::mutex> hold(lock);
+        const auto found = owners.find(event);
+        if (found == owners.end()) return false;
+        *owner = found->second;
+        owners.erase(found);
+        return true;
+    }
+
+    std::vector<IMFMediaEvent*> takeAllOf(const NativePlayer* owner) {
+        std::lock_guard<std::mutex> hold(lock);
+        std::vector<IMFMediaEvent*> taken;
+        for (auto entry = owners.begin(); entry != owners.end();) {
+            if (entry->second == owner) {
+                taken.push_back(entry->first);
+                entry = owners.erase(entry);
+            } else {
+                ++entry;
+            }
+        }
+        return taken;
+    }
+};
+
+// Never destroyed: a work-queue thread may still post while the process exits.
+PostedEvents& postedEvents() {
+    static PostedEvents* const events = new PostedEvents();
+    return *events;
+}
 
 }  // namespace
 
@@ -37,6 +89,8 @@ NativePlayer::~NativePlayer() = default;
 
 void NativePlayer::teardown() {
     closeSession();
+    // Messages still queued name these; they find nothing once the events are gone from the set.
+    for (IMFMediaEvent* event : postedEvents().takeAllOf(this)) event->Release();
     if (closeEvent != nullptr) {
         CloseHandle(closeEvent);
         closeEvent = nullptr;
@@ -172,12 +226,11 @@ HRESULT NativePlayer::closeSession() {
     if (session != nullptr) {
         setState(closing);
         hr = session->Close();
-        if (SUCCEEDED(hr)) {
-            // A close that times out goes on as if the session had closed.
-            if (closeEvent != nullptr) WaitForSingleObject(closeEvent, kCloseWaitMilliseconds);
-            if (source != nullptr) source->Shutdown();
-            session->Shutdown();
-        }
+        // A close that fails or times out goes on as if the session had closed. The shutdown also
+        // ends the session's armed event request, which holds the session (see Invoke).
+        if (SUCCEEDED(hr) && closeEvent != nullptr) WaitForSingleObject(closeEvent, kCloseWaitMilliseconds);
+        if (source != nullptr) source->Shutdown();
+        session->Shutdown();
     }
     SafeRelease(source);
     SafeRelease(session);
@@ -185,8 +238,20 @@ HRESULT NativePlayer::closeSession() {
     return hr;
 }
 
+bool NativePlayer::isPostedEvent(IMFMediaEvent* event) { return postedEvents().contains(event); }
+
+void NativePlayer::dropPostedEvent(IMFMediaEvent* event) {
+    const NativePlayer* owner = nullptr;
+    if (postedEvents().take(event, &owner)) event->Release();
+}
+
 HRESULT NativePlayer::handleEvent(IMFMediaEvent* event) {
-    if (event == nullptr) return E_POINTER;
+    const NativePlayer* owner = nullptr;
+    if (!postedEvents().take(event, &owner)) return E_INVALIDARG;
+    if (owner != this) {
+        event->Release();
+        return S_OK;
+    }
     MediaEventType type = 0;
     HRESULT hr = event->GetType(&type);
     if (FAILED(hr)) {
@@ -274,11 +339,17 @@ ULONG NativePlayer::Release() {
 
 HRESULT NativePlayer::GetParameters(DWORD*, DWORD*) { return E_NOTIMPL; }
 
+// The session is the request's state, held by the result: the player may close and release its
+// session on the main thread while this runs.
 HRESULT NativePlayer::Invoke(IMFAsyncResult* result) {
-    IMFMediaSession* current = session;
-    if (current == nullptr) return S_OK;
+    IUnknown* requestState = nullptr;
+    if (result == nullptr || FAILED(result->GetState(&requestState))) return S_OK;
+    auto* current = static_cast<IMFMediaSession*>(requestState);
     IMFMediaEvent* event = nullptr;
-    if (FAILED(current->EndGetEvent(result, &event))) return S_OK;
+    if (FAILED(current->EndGetEvent(result, &event))) {
+        current->Release();
+        return S_OK;
+    }
     MediaEventType type = 0;
     if (SUCCEEDED(event->GetType(&type))) {
         if (type == MESessionClosed) {
@@ -286,15 +357,17 @@ HRESULT NativePlayer::Invoke(IMFAsyncResult* result) {
         } else {
             if (state != closing && SUCCEEDED(event->SetUINT64(kSessionSerialKey, sessionSerial))) {
                 event->AddRef();
+                postedEvents().add(event, this);
                 // A message that cannot be posted would never give its reference back.
                 if (!PostMessageW(eventWindow, kPlayerEventMessage, reinterpret_cast<WPARAM>(event),
                                   static_cast<LPARAM>(type))) {
-                    event->Release();
+                    dropPostedEvent(event);
                 }
             }
-            current->BeginGetEvent(this, nullptr);
+            current->BeginGetEvent(this, current);
         }
     }
     event->Release();
+    current->Release();
     return S_OK;
 }

@@ -16,7 +16,9 @@
 #include "KyImage.h"
 #include "MediaSession.h"
 
-/* wParam: the IMFMediaEvent with one reference, which handleEvent releases; lParam: its type. */
+/* wParam: the IMFMediaEvent, lParam: its type. The posted event holds one reference, kept in the
+ * set of posted events until handleEvent or dropPostedEvent takes it out and releases it, or the
+ * player that posted it is torn down; a pointer that is not in the set is never touched. */
 constexpr UINT kPlayerEventMessage = 1725;
 
 /* The one way out: (text, isError); false means text is a state name. */
@@ -40,7 +42,14 @@ public:
     HRESULT play();
     HRESULT pause();
     HRESULT stop();
+    /* Acts on a posted event of this player and releases it; releases one of another player
+     * unread; E_INVALIDARG, touching nothing, for a pointer that is no posted event. */
     HRESULT handleEvent(IMFMediaEvent* event);
+    /* Whether the pointer is a posted event not yet handled, dropped or torn down. Any thread. */
+    static bool isPostedEvent(IMFMediaEvent* event);
+    /* Releases a posted event whose message will not reach handleEvent (its window goes, or the
+     * call toward handleEvent failed); nothing for any other pointer. */
+    static void dropPostedEvent(IMFMediaEvent* event);
     std::wstring getPlayerState() const;
     HRESULT setPosition(LONGLONG position);
     LONGLONG currentTime();

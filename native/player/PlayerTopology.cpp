@@ -16,7 +16,7 @@ HRESULT NativePlayer::createSession() {
     HRESULT hr = MFCreateMediaSession(nullptr, &session);
     if (FAILED(hr)) return hr;
     ++sessionSerial;
-    hr = session->BeginGetEvent(this, nullptr);
+    hr = session->BeginGetEvent(this, session);
     if (FAILED(hr)) return hr;
     setState(session_ready);
     return S_OK;

@@ -61,31 +61,31 @@ public:
     }
 
 private:
-    // Session events still queued for the window would be dropped with it, each holding a
-    // reference to its event: they are taken out and released. Closing the media first means no
-    // more are posted.
+    // Session events still queued for the window would be dropped with it: they are taken back.
+    // Closing the media first means no more are posted.
     void releaseUndeliveredEvents() {
         MSG message;
         while (PeekMessageW(&message, GetWnd()->m_hWnd, kPlayerEventMessage, kPlayerEventMessage, PM_REMOVE)) {
-            reinterpret_cast<IMFMediaEvent*>(message.wParam)->Release();
+            NativePlayer::dropPostedEvent(reinterpret_cast<IMFMediaEvent*>(message.wParam));
         }
     }
 
-    // The event carries one reference, which the player's handleEvent consumes. A view without a
-    // player, or a call that raises before reaching the engine (an invalidated player), leaves it
-    // here, and so it is released here.
+    // The player's handleEvent consumes the event. A view without a player, or a call that raises
+    // before reaching the engine (an invalidated player), leaves it here, and so it is dropped
+    // here. An event already released with its player is passed on to nobody.
     static void deliverEvent(lua_State* L, int viewIndex, IMFMediaEvent* event) {
+        if (!NativePlayer::isPostedEvent(event)) return;
         KyView_pushDelegate(L, viewIndex);
         if (!lua_istable(L, -1)) {
             lua_pop(L, 1);
-            event->Release();
+            NativePlayer::dropPostedEvent(event);
             return;
         }
         lua_getfield(L, -1, "handleEvent");
         lua_insert(L, -2);
         lua_pushlightuserdata(L, event);
         if (lua_pcall(L, 2, 0, 0) != 0) {
-            event->Release();
+            NativePlayer::dropPostedEvent(event);
             lua_error(L);
         }
     }
