@@ -63,7 +63,7 @@ void turnPicture(const Picture& from, int quarters, Picture& to);
 
 /* Pictures of one size kept for reuse, so that playing allocates no picture memory per frame.
  * Any thread. */
-class PicturePool : public std::enable_shared_from_this<PicturePool> {
+class PicturePool {
 public:
     /* A picture of width x height, reused when one is free; null as Picture::create. */
     std::unique_ptr<Picture> take(int width, int height);

@@ -8,8 +8,6 @@ namespace kyplatform {
 
 namespace {
 
-bool known(AVRational value) { return value.num > 0 && value.den > 0; }
-
 // Hostile timestamps may sit at the ends of the range: the difference saturates instead of wrapping.
 int64_t difference(int64_t a, int64_t b) {
     int64_t result = 0;

@@ -19,6 +19,9 @@ namespace kyplatform {
 
 constexpr AVRational kHundredNanoseconds{1, 10000000};
 
+/* A rate or ratio that says something: both terms above 0. */
+inline bool known(AVRational value) { return value.num > 0 && value.den > 0; }
+
 /* The index of the file's video stream (cover art is not one), or -1. */
 int firstVideoStream(const AVFormatContext& format);
 

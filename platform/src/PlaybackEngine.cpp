@@ -140,9 +140,8 @@ bool PlaybackEngine::parked() {
 
 int64_t PlaybackEngine::guessedTimesDelay(int videoIndex) {
     const AVStream& stream = *format_->streams[videoIndex];
-    const AVRational rate = stream.avg_frame_rate.num > 0 && stream.avg_frame_rate.den > 0 ? stream.avg_frame_rate
-                                                                                             : stream.r_frame_rate;
-    if (stream.codecpar->video_delay <= 0 || rate.num <= 0 || rate.den <= 0) return 0;
+    const AVRational rate = known(stream.avg_frame_rate) ? stream.avg_frame_rate : stream.r_frame_rate;
+    if (stream.codecpar->video_delay <= 0 || !known(rate)) return 0;
     PacketPointer packet(av_packet_alloc());
     for (int read = 0; packet && read < kWaitingPackets && av_read_frame(format_, packet.get()) >= 0; ++read) {
         const bool first = packet->stream_index == videoIndex;

@@ -67,8 +67,6 @@ UINT64 pack(int64_t high, int64_t low) {
     return static_cast<UINT64>(static_cast<uint32_t>(high)) << 32 | static_cast<uint32_t>(low);
 }
 
-bool known(AVRational ratio) { return ratio.num > 0 && ratio.den > 0; }
-
 // A FOURCC in the media-type base GUID is how video subtypes are named, and the codec tag is one.
 // A stream without a tag gets a GUID of this layer's own from its codec id, in a base of its own
 // so that it never reads as a FOURCC type.

@@ -14,8 +14,6 @@ namespace kyplatform {
 
 namespace {
 
-bool known(AVRational value) { return value.num > 0 && value.den > 0; }
-
 // The display matrix's counter-clockwise turn in quarters; turning the picture by it makes it upright.
 int quarterTurnsOf(const AVStream& stream) {
     size_t size = 0;
