@@ -4,7 +4,7 @@
 -- duration, hover and pressed states, disabled controls while nothing is open, and the no-audio
 -- placeholder for a silent file. Sizes are in pixels of the base images times the scale (1 or 2).
 local KyCanvas = import("KyCanvas")
-local VideoTime = import("VideoTime")
+local Timecode = vtkHost.load("VtkTimecode")
 
 local Controls = {}
 Controls.__index = Controls
@@ -114,7 +114,7 @@ function Controls:drawText(canvas, text, right, y)
 end
 
 function Controls:timecode(seconds)
-    return self.rate and VideoTime.formatSmpteVideoTime(seconds, self.rate) or string.format("%.1f", seconds)
+    return self.rate and Timecode.format(seconds, self.rate) or string.format("%.1f", seconds)
 end
 
 function Controls:render()

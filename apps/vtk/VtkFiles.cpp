@@ -4,9 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <string>
+#include <system_error>
+#include <vector>
 
 #include "KySafeFile.h"
 
@@ -87,9 +91,48 @@ int makeFolders(lua_State* L) {
     return 1;
 }
 
+int isFolder(lua_State* L) {
+    const std::string path = pathArgument(L);
+    struct stat info {};
+    lua_pushboolean(L, path.find('\0') == std::string::npos && stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode));
+    return 1;
+}
+
+// The regular files in a folder's tree (links to files included, linked folders not entered, so
+// that a loop of links ends), sorted by their bytes; subfolders that cannot be read are passed by.
+int filesUnder(lua_State* L) {
+    namespace fs = std::filesystem;
+    const std::string root = pathArgument(L);
+    std::error_code error;
+    fs::recursive_directory_iterator walk(root, fs::directory_options::skip_permission_denied, error);
+    if (error) return failure(L, error.value());
+    std::vector<std::string> files;
+    const std::string prefix = root.empty() || root.back() == '/' ? root : root + "/";
+    for (const fs::recursive_directory_iterator end; walk != end; walk.increment(error)) {
+        if (error) break;
+        std::error_code kindError;
+        if (walk->is_regular_file(kindError)) {
+            files.push_back(prefix + walk->path().lexically_relative(root).string());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    lua_createtable(L, static_cast<int>(files.size()), 0);
+    for (size_t i = 0; i < files.size(); ++i) {
+        lua_pushlstring(L, files[i].data(), files[i].size());
+        lua_rawseti(L, -2, static_cast<int>(i + 1));
+    }
+    return 1;
+}
+
+int cores(lua_State* L) {
+    lua_pushinteger(L, std::max(1L, sysconf(_SC_NPROCESSORS_ONLN)));
+    return 1;
+}
+
 }  // namespace
 
 const luaL_Reg kVtkFileFunctions[] = {
+    {"isFolder", isFolder}, {"filesUnder", filesUnder}, {"cores", cores},
     {"inputProblem", inputProblem}, {"writeFile", writeFile}, {"identity", identity},
     {"makeFolders", makeFolders},   {nullptr, nullptr},
 };

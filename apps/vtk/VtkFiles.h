@@ -12,7 +12,11 @@ struct luaL_Reg;
  * device or folder is refused at once: the file is opened without blocking, then examined.
  * writeFile(path, bytes): true, written through KySafeFile.
  * identity(path): "device:inode" of an existing file (links followed), or nil.
- * makeFolders(path): true once path is a folder, made with its parents where missing. */
+ * makeFolders(path): true once path is a folder, made with its parents where missing.
+ * isFolder(path): whether path is a folder (links followed).
+ * filesUnder(folder): the regular files in the folder's tree, sorted by path; linked folders are
+ * not entered, unreadable subfolders passed by.
+ * cores(): the number of processors online. */
 extern const luaL_Reg kVtkFileFunctions[];
 
 #endif

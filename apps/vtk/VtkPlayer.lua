@@ -67,7 +67,7 @@ return function(options)
         if scale ~= 1 then
             view:setSize(width * scale, (height + barHeight) * scale)
         end
-        local Controls = assert(loadstring(vtkHost.chunks.VtkControls, "=VtkControls.lua"))()
+        local Controls = vtkHost.load("VtkControls")
         -- A file that cannot be probed is left to the player, which reports why it cannot play it.
         local streams = import("KyMediaProbe").streams(options.file)
         controls = Controls.new({ player = player, view = view, scale = scale, rate = rate,

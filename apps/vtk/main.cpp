@@ -12,6 +12,7 @@
 #include "KyEmbedded.h"
 #include "KyHost.h"
 #include "VtkFiles.h"
+#include "VtkWorkers.h"
 
 extern const KyEmbeddedFile vtkLua[];
 
@@ -53,8 +54,9 @@ int main(int argc, char** argv) {
     const std::vector<std::string> args(argv + 1, argv + argc);
     const std::string program(reinterpret_cast<const char*>(vtkLua[0].bytes), vtkLua[0].size);
     lua_State* L = host.state();
-    lua_createtable(L, 0, 7);
+    lua_createtable(L, 0, 12);
     luaL_register(L, nullptr, kVtkFileFunctions);
+    luaL_register(L, nullptr, kVtkWorkerFunctions);
     lua_pushcfunction(L, isTerminal);
     lua_setfield(L, -2, "isTerminal");
     lua_pushcfunction(L, useHeadlessDrivers);

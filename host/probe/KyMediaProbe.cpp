@@ -1,9 +1,13 @@
-// KyMediaProbe: which kinds of streams a media file holds, through the platform's source resolver.
+// KyMediaProbe: what a media file holds, for tools and players that show it.
 //   local streams = KyMediaProbe.streams(path)   -- { audio = n, video = n }, or nil and why
+//   local d = KyMediaProbe.describe(path)  -- { container, bit_rate, video = { codec, profile,
+//       pixel_format, bit_depth, bit_rate }, audio = { { codec, profile, channels, sample_rate,
+//       bit_rate }, ... } }; fields the file does not state are nil; raises with why on failure
 // A library of its own that the host loads at the first import, so that a host which never probes
 // never loads the media framework. Main thread.
 #include <string>
 
+#include "KyMediaDescription.h"
 #include "KyNativeString.h"
 #include "MediaFoundation.h"
 #include "MediaSession.h"
@@ -86,10 +90,54 @@ int streams(lua_State* L) {
     return 1;
 }
 
+void setText(lua_State* L, const char* name, const std::string& value) {
+    if (value.empty()) return;
+    lua_pushlstring(L, value.data(), value.size());
+    lua_setfield(L, -2, name);
+}
+
+void setCount(lua_State* L, const char* name, int64_t value) {
+    if (value <= 0) return;
+    lua_pushnumber(L, static_cast<lua_Number>(value));
+    lua_setfield(L, -2, name);
+}
+
+void pushStream(lua_State* L, const KyStreamDescription& stream) {
+    lua_createtable(L, 0, 7);
+    setText(L, "codec", stream.codec);
+    setText(L, "profile", stream.profile);
+    setText(L, "pixel_format", stream.pixelFormat);
+    setCount(L, "bit_depth", stream.bitDepth);
+    setCount(L, "channels", stream.channels);
+    setCount(L, "sample_rate", stream.sampleRate);
+    setCount(L, "bit_rate", stream.bitRate);
+}
+
+int describe(lua_State* L) {
+    const KyNativeString path = KyLua_checkNativeString(L, 1);
+    KyMediaDescription description;
+    const HRESULT hr = KyDescribeMedia(path.c_str(), &description);
+    if (FAILED(hr)) return luaL_error(L, "%s", messageOf(hr).c_str());
+    lua_createtable(L, 0, 4);
+    setText(L, "container", description.container);
+    setCount(L, "bit_rate", description.bitRate);
+    if (description.hasVideo) {
+        pushStream(L, description.video);
+        lua_setfield(L, -2, "video");
+    }
+    lua_createtable(L, static_cast<int>(description.audio.size()), 0);
+    for (size_t i = 0; i < description.audio.size(); ++i) {
+        pushStream(L, description.audio[i]);
+        lua_rawseti(L, -2, static_cast<int>(i + 1));
+    }
+    lua_setfield(L, -2, "audio");
+    return 1;
+}
+
 }  // namespace
 
 extern "C" KY_EXPORT int KyMediaProbe_open(lua_State* L) {
-    static const luaL_Reg functions[] = {{"streams", streams}, {nullptr, nullptr}};
+    static const luaL_Reg functions[] = {{"streams", streams}, {"describe", describe}, {nullptr, nullptr}};
     lua_newtable(L);
     luaL_register(L, nullptr, functions);
     return 1;

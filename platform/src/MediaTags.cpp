@@ -172,7 +172,15 @@ std::optional<double> angleFrom(const SignedNumber& number, size_t degreeDigits,
     return number.negative ? -degrees : degrees;
 }
 
-std::wstring wideText(std::string_view text) { return MultiByteToWide(CP_UTF8, std::string(text)); }
+// A tag's text is shown, not used as a name: a byte that is not UTF-8 is a replacement character
+// rather than the escape that keeps file names whole.
+std::wstring wideText(std::string_view text) {
+    std::wstring wide = MultiByteToWide(CP_UTF8, std::string(text));
+    for (wchar_t& c : wide) {
+        if (c >= 0xDC80 && c <= 0xDCFF) c = 0xFFFD;
+    }
+    return wide;
+}
 
 // Values of tags named name, in order.
 template <class Visit>

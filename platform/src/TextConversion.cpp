@@ -1,4 +1,7 @@
 // Wide text to and from UTF-8 and the ANSI code page. wchar_t holds one code point here.
+// File names on Linux are bytes, not always UTF-8: a byte that is no part of well-formed UTF-8
+// becomes the lone surrogate U+DC80..U+DCFF of its value and turns back into that byte, so that
+// every name survives the trip through wide text (the scheme of Python's surrogateescape).
 #include <array>
 
 #include "Win32.h"
@@ -14,7 +17,15 @@ constexpr std::array<char32_t, 32> kCp1252High = {
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0xFFFD, 0x017E, 0x0178,
 };
 
+constexpr char32_t kEscapedByteBase = 0xDC00;
+
+bool isEscapedByte(char32_t c) { return c >= kEscapedByteBase + 0x80 && c <= kEscapedByteBase + 0xFF; }
+
 void appendUtf8(std::string& out, char32_t c) {
+    if (isEscapedByte(c)) {
+        out += static_cast<char>(c - kEscapedByteBase);
+        return;
+    }
     if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = kReplacement;
     if (c < 0x80) {
         out += static_cast<char>(c);
@@ -49,7 +60,7 @@ std::wstring decodeUtf8(const std::string& text) {
         // Overlong forms, surrogates and values past U+10FFFF are not characters.
         static constexpr char32_t kMinimum[] = {0, 0, 0x80, 0x800, 0x10000};
         if (valid && (c < kMinimum[length] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))) valid = false;
-        out += valid ? static_cast<wchar_t>(c) : kReplacement;
+        out += valid ? static_cast<wchar_t>(c) : static_cast<wchar_t>(kEscapedByteBase + lead);
         i += valid ? length : 1;
     }
     return out;

@@ -1,7 +1,7 @@
 -- vtk play's control bar states, drawn over a real view for a stand-in player in each state.
 local dir = string.match(arg[0], "^(.*)/")
 local T = dofile(dir .. "/testlib.lua")
-local Controls = assert(loadstring(vtkHost.chunks.VtkControls, "=VtkControls.lua"))()
+local Controls = vtkHost.load("VtkControls")
 
 -- A player that only answers what the controls ask of it.
 local function standIn(state)

@@ -158,3 +158,25 @@ TEST(Win32MulDiv, RoundsHalfAwayFromZeroThroughSixtyFourBits) {
 }
 
 }  // namespace
+
+// File names are bytes: every byte string survives the trip through wide text, and text that is
+// UTF-8 reads as its characters.
+TEST(Win32TextConversion, NamesSurviveWideTextWhateverTheirBytes) {
+    const struct {
+        std::string bytes;
+        std::wstring wide;
+    } cases[] = {
+        {"clip \xE6\x97\xA5\xE6\x9C\xAC.mp4", L"clip \u65E5\u672C.mp4"},
+        {"bad\xFF name", L"bad\xDCFF name"},
+        {"latin1 caf\xE9", L"latin1 caf\xDCE9"},
+        {"cut \xE6\x97", L"cut \xDCE6\xDC97"},
+        {"overlong \xC0\xAF", L"overlong \xDCC0\xDCAF"},
+        {"surrogate \xED\xA0\x80", L"surrogate \xDCED\xDCA0\xDC80"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(MultiByteToWide(CP_UTF8, c.bytes), c.wide) << c.bytes;
+        EXPECT_EQ(WideToMultiByte(CP_UTF8, c.wide), c.bytes) << c.bytes;
+    }
+    // A surrogate that stands for no byte is no character.
+    EXPECT_EQ(WideToMultiByte(CP_UTF8, std::wstring(L"a") + wchar_t(0xD800)), "a\xEF\xBF\xBD");
+}
