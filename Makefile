@@ -8,7 +8,8 @@ CMAKE_FLAGS += -DSANITIZE=$(SANITIZE)
 endif
 # The leak check's settings and the reports that are not ours (tests/sanitizers/lsan.supp).
 ifneq ($(findstring address,$(SANITIZE)),)
-TEST_ENV := LSAN_OPTIONS=use_tls=0:suppressions=$(CURDIR)/tests/sanitizers/lsan.supp
+# The list of suppressions used stays out of standard error, which tests check line by line.
+TEST_ENV := LSAN_OPTIONS=use_tls=0:print_suppressions=0:suppressions=$(CURDIR)/tests/sanitizers/lsan.supp
 endif
 # ThreadSanitizer runs the tests whose code of ours runs on several threads: the engine through the
 # player and its Lua bridge, and the source reader.

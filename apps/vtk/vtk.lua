@@ -15,7 +15,7 @@ end
 local Options = vtkHost.load("VtkOptions")
 local Records = vtkHost.load("VtkRecords")
 local Batch = vtkHost.load("VtkBatch", Records, Options)
-local Inspect = vtkHost.load("VtkInspect", Records, Batch)
+local Inspect = vtkHost.load("VtkInspect", Records, Batch, Options)
 local Timecode = vtkHost.load("VtkTimecode", Options, Records)
 local usageError, formatNumber, jsonString = Options.usageError, Records.formatNumber, Records.jsonString
 
@@ -30,10 +30,10 @@ local function complain(...)
 end
 
 local commands = {}
-local commandOrder = { "info", "poster", "xmp", "play", "hw", "run", "timecode" }
+local commandOrder = { "info", "poster", "sheet", "xmp", "play", "hw", "run", "timecode" }
 
 -- The batch commands: their own options beside the batch's, and the batch run over their inputs.
-for _, name in ipairs({ "info", "poster", "xmp" }) do
+for _, name in ipairs({ "info", "poster", "sheet", "xmp" }) do
     local command = Inspect[name]
     command.help = command.help .. "\n\n" .. Batch.optionsHelp
     command.declared = {}
@@ -55,7 +55,8 @@ for _, name in ipairs({ "info", "poster", "xmp" }) do
         if command.needsOutput and not options.output then
             usageError(name .. " needs -o OUT")
         end
-        Batch.planOutputs(options.output, inputs, command.extension)
+        local extension = command.prepare and command.prepare(options) or command.extension
+        Batch.planOutputs(options.output, inputs, extension)
         return Batch.run({ command = name, options = options, inputs = inputs, work = command.work, text = command.text })
     end
     commands[name] = command

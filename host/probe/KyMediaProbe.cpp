@@ -3,10 +3,17 @@
 //   local d = KyMediaProbe.describe(path)  -- { container, bit_rate, video = { codec, profile,
 //       pixel_format, bit_depth, bit_rate }, audio = { { codec, profile, channels, sample_rate,
 //       bit_rate }, ... } }; fields the file does not state are nil; raises with why on failure
+//   local image, at = KyMediaProbe.grab(path, seconds [, width, height])  -- the KyImage shown at
+//       seconds of media time, upright at display shape, fitted in width x height (0 or absent:
+//       no bound), and { time = its start, duration = the file's, or nil when unknown };
+//       raises with why on failure
 // A library of its own that the host loads at the first import, so that a host which never probes
 // never loads the media framework. Main thread.
+#include <cstring>
 #include <string>
 
+#include "KyFrameGrab.h"
+#include "KyImage.h"
 #include "KyMediaDescription.h"
 #include "KyNativeString.h"
 #include "MediaFoundation.h"
@@ -134,10 +141,59 @@ int describe(lua_State* L) {
     return 1;
 }
 
+constexpr double kHundredNanoseconds = 1e7;
+
+// A GDI+ bitmap holding the grabbed pixels; null when memory is short.
+Gdiplus::Bitmap* bitmapOf(const KyGrabbedFrame& frame) {
+    auto* bitmap = new Gdiplus::Bitmap(frame.width, frame.height, PixelFormat32bppRGB);
+    if (bitmap == nullptr || bitmap->nativeImage() == nullptr) {
+        delete bitmap;
+        return nullptr;
+    }
+    const GpRect rect{0, 0, frame.width, frame.height};
+    BitmapData locked{};
+    if (GdipBitmapLockBits(bitmap->nativeImage(), &rect, ImageLockModeWrite, PixelFormat32bppRGB, &locked) != Ok) {
+        delete bitmap;
+        return nullptr;
+    }
+    const size_t rowBytes = static_cast<size_t>(frame.width) * 4;
+    for (int row = 0; row < frame.height; ++row) {
+        std::memcpy(static_cast<BYTE*>(locked.Scan0) + static_cast<ptrdiff_t>(row) * locked.Stride,
+                    frame.pixels.data() + row * rowBytes, rowBytes);
+    }
+    GdipBitmapUnlockBits(bitmap->nativeImage(), &locked);
+    return bitmap;
+}
+
+int grab(lua_State* L) {
+    const KyNativeString path = KyLua_checkNativeString(L, 1);
+    const double seconds = luaL_checknumber(L, 2);
+    const lua_Integer width = luaL_optinteger(L, 3, 0);
+    const lua_Integer height = luaL_optinteger(L, 4, 0);
+    luaL_argcheck(L, seconds >= 0 && seconds < 1e9, 2, "seconds must be 0 or more");
+    luaL_argcheck(L, width >= 0 && width <= kLargestPictureSide, 3, "width must be 0 to 16384");
+    luaL_argcheck(L, height >= 0 && height <= kLargestPictureSide, 4, "height must be 0 to 16384");
+    KyGrabbedFrame frame;
+    const HRESULT hr = KyGrabFrame(path.c_str(), static_cast<LONGLONG>(seconds * kHundredNanoseconds + 0.5),
+                                   static_cast<int>(width), static_cast<int>(height), &frame);
+    if (FAILED(hr)) return luaL_error(L, "%s", messageOf(hr).c_str());
+    Gdiplus::Bitmap* bitmap = bitmapOf(frame);
+    if (bitmap == nullptr) return luaL_error(L, "%s", messageOf(E_OUTOFMEMORY).c_str());
+    KyImageRef_pushToLua(L, KyGdiPlusImage::Make(bitmap, RCPtr<KyColorSpace>()));
+    lua_createtable(L, 0, 2);
+    lua_pushnumber(L, frame.time / kHundredNanoseconds);
+    lua_setfield(L, -2, "time");
+    if (frame.duration >= 0) {
+        lua_pushnumber(L, frame.duration / kHundredNanoseconds);
+        lua_setfield(L, -2, "duration");
+    }
+    return 2;
+}
+
 }  // namespace
 
 extern "C" KY_EXPORT int KyMediaProbe_open(lua_State* L) {
-    static const luaL_Reg functions[] = {{"streams", streams}, {"describe", describe}, {nullptr, nullptr}};
+    static const luaL_Reg functions[] = {{"streams", streams}, {"describe", describe}, {"grab", grab}, {nullptr, nullptr}};
     lua_newtable(L);
     luaL_register(L, nullptr, functions);
     return 1;

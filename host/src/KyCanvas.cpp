@@ -4,6 +4,9 @@
 //   canvas:fill(x, y, w, h, r, g, b [, a])           -- blended over what is there
 //   canvas:draw(image, dx, dy [, dw, dh [, sx, sy, sw, sh]])   -- a part of image, scaled
 //   canvas:width(), canvas:height(), canvas:getPixel(x, y) -> r, g, b, a
+//   canvas:text(text, x, y, size, r, g, b [, a]) -> width, height   -- UTF-8, top-left at x, y
+//   KyCanvas.measure(text, size) -> width, height    -- of text drawn at size pixels
+//   KyCanvas.fromImage(image), canvas:toImage()      -- to and from the host's KyImage
 //   view:setOverlay(canvas, x, y) shows it over the view's video (KyView.cpp).
 // Pixels are B, G, R, A bytes with straight alpha; drawing blends source-over and clips to the
 // canvas. Main thread.
@@ -13,15 +16,18 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "KyCanvas.h"
+#include "KyFont.h"
 #include "KyHostModules.h"
+#include "KyImage.h"
 
 namespace {
 
 constexpr const char* kCanvasMeta = "KyCanvas";
-constexpr int kLargest = 16384;
+constexpr int kLargest = kLargestPictureSide;
 
 int checkSize(lua_State* L, int index, const char* what) {
     const lua_Integer value = luaL_checkinteger(L, index);
@@ -173,9 +179,91 @@ int getPixel(lua_State* L) {
     return 4;
 }
 
+ky::TextMask checkText(lua_State* L, int textIndex, int sizeIndex) {
+    size_t length = 0;
+    const char* text = luaL_checklstring(L, textIndex, &length);
+    const lua_Integer size = luaL_checkinteger(L, sizeIndex);
+    luaL_argcheck(L, size >= ky::kSmallestTextSize && size <= ky::kLargestTextSize, sizeIndex, "size must be 4 to 512");
+    luaL_argcheck(L, std::strlen(text) == length, textIndex, "a NUL character would end the text early");
+    ky::TextMask mask;
+    std::string error;
+    if (!ky::renderText(std::string(text, length), static_cast<int>(size), &mask, &error)) {
+        luaL_error(L, "KyCanvas: %s", error.c_str());
+    }
+    return mask;
+}
+
+int text(lua_State* L) {
+    ky::Canvas& canvas = ky::checkCanvas(L, 1);
+    const lua_Integer x = luaL_checkinteger(L, 3);
+    const lua_Integer y = luaL_checkinteger(L, 4);
+    const ky::TextMask mask = checkText(L, 2, 5);
+    uint8_t colour[4] = {channel(L, 8, 0), channel(L, 7, 0), channel(L, 6, 0), 0};
+    const int alpha = channel(L, 9, 255);
+    for (int row = clipped(y, canvas.height); row < clipped(spanEnd(y, mask.height), canvas.height); ++row) {
+        for (int column = clipped(x, canvas.width); column < clipped(spanEnd(x, mask.width), canvas.width); ++column) {
+            colour[3] = static_cast<uint8_t>(alpha * mask.coverage[static_cast<size_t>(row - y) * mask.width + (column - x)] / 255);
+            blend(&canvas.bgra[(static_cast<size_t>(row) * canvas.width + column) * 4], colour);
+        }
+    }
+    lua_pushinteger(L, mask.width);
+    lua_pushinteger(L, mask.height);
+    return 2;
+}
+
+int measure(lua_State* L) {
+    const ky::TextMask mask = checkText(L, 1, 2);
+    lua_pushinteger(L, mask.width);
+    lua_pushinteger(L, mask.height);
+    return 2;
+}
+
+// The canvas as a host image (a 32bppARGB GDI+ bitmap: straight alpha, as here).
+int toImage(lua_State* L) {
+    const ky::Canvas& canvas = ky::checkCanvas(L, 1);
+    auto* bitmap = new Gdiplus::Bitmap(canvas.width, canvas.height, PixelFormat32bppARGB);
+    const GpRect rect{0, 0, canvas.width, canvas.height};
+    BitmapData locked{};
+    if (bitmap == nullptr || bitmap->nativeImage() == nullptr ||
+        GdipBitmapLockBits(bitmap->nativeImage(), &rect, ImageLockModeWrite, PixelFormat32bppARGB, &locked) != Ok) {
+        delete bitmap;
+        return luaL_error(L, "KyCanvas: no memory for an image of %dx%d", canvas.width, canvas.height);
+    }
+    const size_t rowBytes = static_cast<size_t>(canvas.width) * 4;
+    for (int row = 0; row < canvas.height; ++row) {
+        std::memcpy(static_cast<uint8_t*>(locked.Scan0) + static_cast<ptrdiff_t>(row) * locked.Stride,
+                    &canvas.bgra[row * rowBytes], rowBytes);
+    }
+    GdipBitmapUnlockBits(bitmap->nativeImage(), &locked);
+    KyImageRef_pushToLua(L, KyGdiPlusImage::Make(bitmap, RCPtr<KyColorSpace>()));
+    return 1;
+}
+
+int fromImage(lua_State* L) {
+    const RCPtr<KyImage> image = KyLua_checkWinImage(L, 1);
+    luaL_argcheck(L, image->HasNativeImage(), 1, "the image has no pixels");
+    auto* bitmap = static_cast<Gdiplus::Bitmap*>(image->GetNativeImageRef()->GetNativeImage());
+    const int width = static_cast<int>(image->GetWidth());
+    const int height = static_cast<int>(image->GetHeight());
+    luaL_argcheck(L, width <= kLargest && height <= kLargest, 1, "the image is larger than a canvas may be");
+    const GpRect rect{0, 0, width, height};
+    BitmapData locked{};
+    if (GdipBitmapLockBits(bitmap->nativeImage(), &rect, ImageLockModeRead, PixelFormat32bppARGB, &locked) != Ok) {
+        return luaL_error(L, "KyCanvas: the image's pixels cannot be read");
+    }
+    ky::Canvas* canvas = pushCanvas(L, width, height);
+    const size_t rowBytes = static_cast<size_t>(width) * 4;
+    for (int row = 0; row < height; ++row) {
+        std::memcpy(&canvas->bgra[row * rowBytes],
+                    static_cast<const uint8_t*>(locked.Scan0) + static_cast<ptrdiff_t>(row) * locked.Stride, rowBytes);
+    }
+    GdipBitmapUnlockBits(bitmap->nativeImage(), &locked);
+    return 1;
+}
+
 const luaL_Reg kCanvasMethods[] = {
-    {"width", width}, {"height", height}, {"fill", fill}, {"draw", draw}, {"getPixel", getPixel},
-    {"__gc", collect}, {nullptr, nullptr},
+    {"width", width}, {"height", height}, {"fill", fill},       {"draw", draw},         {"getPixel", getPixel},
+    {"text", text},   {"toImage", toImage}, {"__gc", collect}, {nullptr, nullptr},
 };
 
 }  // namespace
@@ -187,6 +275,8 @@ Canvas& checkCanvas(lua_State* L, int index) {
     return *canvas;
 }
 
-const luaL_Reg kCanvasFunctions[] = {{"new", newCanvas}, {"fromPNG", fromPNG}, {nullptr, nullptr}};
+const luaL_Reg kCanvasFunctions[] = {
+    {"new", newCanvas}, {"fromPNG", fromPNG}, {"fromImage", fromImage}, {"measure", measure}, {nullptr, nullptr},
+};
 
 }  // namespace ky

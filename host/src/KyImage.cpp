@@ -32,6 +32,14 @@ bool KyImage::WritePNG(const std::wstring& path) const {
     return GdipSaveImageToFile(bitmap->image(), path.c_str(), &ImageEncoderPNG, nullptr) == Ok;
 }
 
+bool KyImage::WriteJPEG(const std::wstring& path, int quality) const {
+    if (!nativeImage_ || !nativeImage_->HasNativeImage() || quality < 0 || quality > 100) return false;
+    auto* bitmap = static_cast<Gdiplus::Bitmap*>(nativeImage_->GetNativeImage());
+    ULONG value = static_cast<ULONG>(quality);
+    const EncoderParameters parameters{1, {{EncoderQuality, 1, EncoderParameterValueTypeLong, &value}}};
+    return GdipSaveImageToFile(bitmap->image(), path.c_str(), &ImageEncoderJPEG, &parameters) == Ok;
+}
+
 RCPtr<KyImage> KyGdiPlusImage::Make(Gdiplus::Bitmap* bitmap, RCPtr<KyColorSpace> colorSpace) {
     return RCPtr<KyImage>(new KyGdiPlusImage(bitmap, std::move(colorSpace)));
 }

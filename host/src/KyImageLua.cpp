@@ -44,18 +44,37 @@ int getPixel(void* record, lua_State* L) {
     return 4;
 }
 
-// writePNG(path) -> true, or nil and "path: the system's reason", as Lua's io functions say it.
-int writePNG(void* record, lua_State* L) {
-    const KyNativeString path = KyLua_checkNativeString(L, 2);
-    errno = 0;
-    if (imageOf(record).WritePNG(path)) {
+// true, or nil and "path: the system's reason", as Lua's io functions say it.
+int written(lua_State* L, bool done, int error, const char* kind) {
+    if (done) {
         lua_pushboolean(L, 1);
         return 1;
     }
-    const int error = errno;
     lua_pushnil(L);
-    lua_pushfstring(L, "%s: %s", lua_tostring(L, 2), error != 0 ? std::strerror(error) : "cannot write a PNG file there");
+    if (error != 0) {
+        lua_pushfstring(L, "%s: %s", lua_tostring(L, 2), std::strerror(error));
+    } else {
+        lua_pushfstring(L, "%s: cannot write a %s file there", lua_tostring(L, 2), kind);
+    }
     return 2;
+}
+
+// writePNG(path) -> true, or nil and "path: reason".
+int writePNG(void* record, lua_State* L) {
+    const KyNativeString path = KyLua_checkNativeString(L, 2);
+    errno = 0;
+    const bool done = imageOf(record).WritePNG(path);
+    return written(L, done, errno, "PNG");
+}
+
+// writeJPEG(path [, quality 0..100, 75 by default]) -> true, or nil and "path: reason".
+int writeJPEG(void* record, lua_State* L) {
+    const KyNativeString path = KyLua_checkNativeString(L, 2);
+    const auto quality = luaL_optinteger(L, 3, 75);
+    luaL_argcheck(L, quality >= 0 && quality <= 100, 3, "quality must be 0 to 100");
+    errno = 0;
+    const bool done = imageOf(record).WriteJPEG(path, static_cast<int>(quality));
+    return written(L, done, errno, "JPEG");
 }
 
 int toString(void* record, lua_State* L) {
@@ -71,7 +90,7 @@ int collect(void* record, lua_State*) {
 
 const KyDirectObjectMethodRow kMethods[] = {
     {"width", width},         {"height", height},       {"getPixel", getPixel},
-    {"writePNG", writePNG},   {"__tostring", toString}, {"__gc", collect},
+    {"writePNG", writePNG},   {"writeJPEG", writeJPEG}, {"__tostring", toString}, {"__gc", collect},
     {nullptr, nullptr},
 };
 

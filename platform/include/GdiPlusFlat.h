@@ -97,12 +97,32 @@ GpStatus GdipDrawImageI(GpGraphics* graphics, GpImage* image, INT x, INT y);
 /* The pixel at (x, y) as 0xAARRGGBB with straight alpha; 0xFF alpha for the RGB formats. */
 GpStatus GdipBitmapGetPixel(GpBitmap* bitmap, INT x, INT y, uint32_t* argb);
 
-/* The PNG encoder, {557CF406-1A04-11D3-9A73-0000F81EF32E}, the one encoder here. */
+/* The PNG encoder, {557CF406-1A04-11D3-9A73-0000F81EF32E}, and the JPEG encoder,
+ * {557CF401-1A04-11D3-9A73-0000F81EF32E}. */
 extern const CLSID ImageEncoderPNG;
-/* Writes image as an 8-bit PNG: RGB for the RGB formats, RGBA with straight alpha for the ARGB
- * ones. filename is a path; encoderParams is ignored (the PNG encoder takes none). Another encoder
- * gives InvalidParameter; a file that cannot be written Win32Error with errno saying why. The file
- * is written as KySafeFile writes: a failure leaves the one that was there whole. */
+extern const CLSID ImageEncoderJPEG;
+
+/* An encoder's setting, as GDI+ passes them: the JPEG encoder takes EncoderQuality, one value of
+ * EncoderParameterValueTypeLong from 0 to 100 (75 when absent). */
+struct EncoderParameter {
+    GUID Guid;
+    ULONG NumberOfValues;
+    ULONG Type;
+    void* Value;
+};
+struct EncoderParameters {
+    UINT Count;
+    EncoderParameter Parameter[1];
+};
+constexpr ULONG EncoderParameterValueTypeLong = 4;
+/* {1D5BE4B5-FA4A-452D-9CDD-5DB35105E7EB} */
+extern const GUID EncoderQuality;
+
+/* Writes image as an 8-bit PNG (RGB for the RGB formats, RGBA with straight alpha for the ARGB
+ * ones; encoderParams is ignored) or as a baseline JPEG (alpha dropped; encoderParams may point
+ * to EncoderParameters with EncoderQuality). filename is a path. Another encoder, or a quality
+ * out of range, gives InvalidParameter; a file that cannot be written Win32Error with errno saying
+ * why. The file is written as KySafeFile writes: a failure leaves the one that was there whole. */
 GpStatus GdipSaveImageToFile(GpImage* image, const WCHAR* filename, const CLSID* encoder, const void* encoderParams);
 /* Reads a PNG of any colour type and bit depth into a new 32bppARGB bitmap (straight alpha, 8-bit
  * sRGB). GenericError when the file cannot be read or is no PNG. */

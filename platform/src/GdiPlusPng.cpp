@@ -1,5 +1,5 @@
-// PNG files through libpng's simplified API: saving a bitmap (the PNG encoder) and loading one
-// into a 32bppARGB bitmap.
+// PNG files through libpng's simplified API: saving a bitmap (the PNG encoder, and the choice of
+// encoder) and loading one into a 32bppARGB bitmap.
 #include <png.h>
 
 #include <cerrno>
@@ -8,6 +8,7 @@
 
 #include "GdiPlusImage.h"
 #include "GdiPlusPixels.h"
+#include "GdiPlusSave.h"
 #include "KySafeFile.h"
 #include "Win32.h"
 
@@ -52,10 +53,11 @@ GpStatus rowsFor(const GpImage& image, PngRows& rows) {
 
 }  // namespace
 
-GpStatus GdipSaveImageToFile(GpImage* image, const WCHAR* filename, const CLSID* encoder, const void*) {
+GpStatus GdipSaveImageToFile(GpImage* image, const WCHAR* filename, const CLSID* encoder, const void* parameters) {
     if (image == nullptr || filename == nullptr || encoder == nullptr || filename[0] == 0) return InvalidParameter;
-    if (*encoder != ImageEncoderPNG) return InvalidParameter;
+    if (*encoder != ImageEncoderPNG && *encoder != ImageEncoderJPEG) return InvalidParameter;
     if (image->lock.active) return WrongState;
+    if (*encoder == ImageEncoderJPEG) return saveJpeg(*image, pathOf(filename), parameters);
     PngRows rows;
     const GpStatus status = rowsFor(*image, rows);
     if (status != Ok) return status;

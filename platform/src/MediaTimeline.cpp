@@ -15,7 +15,31 @@ int64_t difference(int64_t a, int64_t b) {
     return b < 0 ? INT64_MAX : INT64_MIN;
 }
 
+// How far guessedTimesDelay looks for the video's first packet: audio interleaved before it.
+constexpr int kLookaheadPackets = 1024;
+
 }  // namespace
+
+int64_t guessedTimesDelay(AVFormatContext& format, int videoIndex, bool* read) {
+    const AVStream& stream = *format.streams[videoIndex];
+    const AVRational rate = known(stream.avg_frame_rate) ? stream.avg_frame_rate : stream.r_frame_rate;
+    if (read != nullptr) *read = false;
+    if (stream.codecpar->video_delay <= 0 || !known(rate)) return 0;
+    if (read != nullptr) *read = true;
+    AVPacket* packet = av_packet_alloc();
+    int64_t delay = 0;
+    for (int read = 0; packet != nullptr && read < kLookaheadPackets && av_read_frame(&format, packet) >= 0; ++read) {
+        const bool video = packet->stream_index == videoIndex;
+        const bool guessed = video && packet->pts == AV_NOPTS_VALUE;
+        av_packet_unref(packet);
+        if (video) {
+            delay = guessed ? av_rescale_q(stream.codecpar->video_delay, av_inv_q(rate), AV_TIME_BASE_Q) : 0;
+            break;
+        }
+    }
+    av_packet_free(&packet);
+    return delay;
+}
 
 int firstVideoStream(const AVFormatContext& format) {
     for (unsigned i = 0; i < format.nb_streams; ++i) {

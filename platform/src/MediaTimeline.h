@@ -32,6 +32,12 @@ int timelineStream(const AVFormatContext& format);
  * at index (the video stream for a file that has one), else the file's start, else 0. */
 int64_t mediaOrigin(const AVFormatContext& format, int index);
 
+/* Where a container gives no presentation times (AVI with B-frames), the decoder's guessed times
+ * put the first picture its reordering delay after the stream's start: that delay in AV_TIME_BASE
+ * units, to add to the origin; else 0. Reads the first packets when the stream reorders at all
+ * (*read then says so): the caller goes back before reading. */
+int64_t guessedTimesDelay(AVFormatContext& format, int videoIndex, bool* read = nullptr);
+
 /* The length in 100 ns from the origin to the end of the file's last stream; -1 when unknown. */
 LONGLONG mediaDuration(const AVFormatContext& format, int index);
 

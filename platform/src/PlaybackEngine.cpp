@@ -46,7 +46,8 @@ HRESULT PlaybackEngine::open(const std::string& path, int videoIndex, int audioI
     const int count = static_cast<int>(made->format_->nb_streams);
     if (videoIndex >= count || audioIndex >= count) return MF_E_INVALIDSTREAMNUMBER;
     made->origin_ = mediaOrigin(*made->format_, videoIndex >= 0 ? videoIndex : audioIndex);
-    if (videoIndex >= 0) made->origin_ += made->guessedTimesDelay(videoIndex);
+    // The first seek goes back over the packets this reads.
+    if (videoIndex >= 0) made->origin_ += guessedTimesDelay(*made->format_, videoIndex);
     PlaybackEngine* self = made.get();
     if (videoIndex >= 0) {
         DecoderLinks<FramePointer> links{made->seek_,  made->videoPackets_, made->frames_,
@@ -136,20 +137,6 @@ void PlaybackEngine::restart(LONGLONG from) {
 bool PlaybackEngine::parked() {
     std::lock_guard<std::mutex> lock(mutex_);
     return parked_;
-}
-
-int64_t PlaybackEngine::guessedTimesDelay(int videoIndex) {
-    const AVStream& stream = *format_->streams[videoIndex];
-    const AVRational rate = known(stream.avg_frame_rate) ? stream.avg_frame_rate : stream.r_frame_rate;
-    if (stream.codecpar->video_delay <= 0 || !known(rate)) return 0;
-    PacketPointer packet(av_packet_alloc());
-    for (int read = 0; packet && read < kWaitingPackets && av_read_frame(format_, packet.get()) >= 0; ++read) {
-        const bool first = packet->stream_index == videoIndex;
-        const bool guessed = first && packet->pts == AV_NOPTS_VALUE;
-        av_packet_unref(packet.get());
-        if (first) return guessed ? av_rescale_q(stream.codecpar->video_delay, av_inv_q(rate), AV_TIME_BASE_Q) : 0;
-    }
-    return 0;
 }
 
 void PlaybackEngine::reposition(LONGLONG target) {

@@ -76,10 +76,6 @@ private:
     void enqueue(BoundedQueue<Packet>& queue, BoundedQueue<Packet>* other, Packet packet, size_t weight);
     /* Queues the audio packets read while looking for the key frame after a seek. */
     void release(std::vector<Packet>& waiting, BoundedQueue<Packet>* other);
-    /* Where a container gives no presentation times (AVI with B-frames), the decoder's guesses put
-     * the first picture its reordering delay after the stream's start: that delay, in AV_TIME_BASE
-     * units, else 0. Reads the first packets; the first seek goes back. */
-    int64_t guessedTimesDelay(int videoIndex);
     /* With the demuxer: moves the input to target (media time), or to its start when that fails. */
     void reposition(LONGLONG target);
     /* After a seek to target, what a video packet says of where reading landed: decoding can start

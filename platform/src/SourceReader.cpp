@@ -7,12 +7,12 @@
 // and that stream's own index name it. Until RGB32 is asked for, samples are the stream's
 // compressed packets, as the native type says.
 #include <algorithm>
-#include <cmath>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <vector>
 
+#include "FfmpegDecoding.h"
 #include "FfmpegInput.h"
 #include "FrameConverter.h"
 #include "MediaTimeline.h"
@@ -23,7 +23,6 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
-#include <libavutil/display.h>
 }
 
 namespace kyplatform {
@@ -80,13 +79,9 @@ GUID subtypeOf(const AVCodecParameters& codec) {
 
 // The display matrix's counter-clockwise turn, normalised to 0, 90, 180 or 270.
 bool rotationOf(const AVStream& stream, UINT32* rotation) {
-    size_t size = 0;
-    const uint8_t* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
-    if (matrix == nullptr || size < 9 * sizeof(int32_t)) return false;
-    const double degrees = av_display_rotation_get(reinterpret_cast<const int32_t*>(matrix));
-    if (!std::isfinite(degrees)) return false;
-    const long quarters = std::lround(degrees / 90.0) % 4;
-    *rotation = static_cast<UINT32>((quarters + 4) % 4 * 90);
+    int quarters = 0;
+    if (!displayQuarterTurns(stream, &quarters)) return false;
+    *rotation = static_cast<UINT32>(quarters * 90);
     return true;
 }
 
@@ -296,17 +291,11 @@ HRESULT SourceReader::openDecoder() {
     // A stream that states a picture past the layer's limit keeps its properties but gives no
     // pictures: each read fails as out of memory.
     if (video_.size.cx > 0 && video_.size.cy > 0 && !pictureSizeAllowed(video_.size.cx, video_.size.cy)) return S_OK;
-    const AVCodec* codec = avcodec_find_decoder(stream.codecpar->codec_id);
-    if (codec == nullptr) return MF_E_TOPO_CODEC_NOT_FOUND;
-    std::unique_ptr<AVCodecContext, FreeDecoder> decoder(avcodec_alloc_context3(codec));
-    if (!decoder) return E_OUTOFMEMORY;
-    if (avcodec_parameters_to_context(decoder.get(), stream.codecpar) < 0) return MF_E_INVALIDMEDIATYPE;
-    decoder->pkt_timebase = stream.time_base;
     // One thread per decoder keeps the process's thread count flat however many readers are open.
-    decoder->thread_count = 1;
-    // The decoder refuses pictures past the layer's limit instead of allocating for them.
-    decoder->max_pixels = kLargestPicturePixels;
-    if (avcodec_open2(decoder.get(), codec, nullptr) < 0) return MF_E_INVALIDMEDIATYPE;
+    AVCodecContext* opened = nullptr;
+    const HRESULT hr = openVideoDecoder(stream, 1, &opened);
+    if (FAILED(hr)) return hr;
+    std::unique_ptr<AVCodecContext, FreeDecoder> decoder(opened);
     decoder_ = std::move(decoder);
     return S_OK;
 }

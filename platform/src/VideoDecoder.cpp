@@ -1,32 +1,17 @@
 #include "VideoDecoder.h"
 
-#include <cmath>
 #include <new>
 
+#include "FfmpegDecoding.h"
 #include "MediaTimeline.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
-#include <libavutil/display.h>
 }
 
 namespace kyplatform {
 
 namespace {
-
-// The display matrix's counter-clockwise turn in quarters; turning the picture by it makes it upright.
-int quarterTurnsOf(const AVStream& stream) {
-    size_t size = 0;
-    const uint8_t* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
-    if (matrix == nullptr || size < 9 * sizeof(int32_t)) return 0;
-    const double degrees = av_display_rotation_get(reinterpret_cast<const int32_t*>(matrix));
-    if (!std::isfinite(degrees)) return 0;
-    return static_cast<int>((std::lround(degrees / 90.0) % 4 + 4) % 4);
-}
-
-// A picture damaged by missing references: what the decoder gives for the leading pictures of an
-// open GOP when it does not drop them.
-bool damaged(const AVFrame& frame) { return (frame.flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame.decode_error_flags != 0; }
 
 // Gives a frame's picture back to its pool, if the pool is still there, when the frame goes.
 struct ReturnPicture {
@@ -43,25 +28,19 @@ HRESULT VideoDecoder::create(AVFormatContext& format, AVStream& stream, DecoderL
                              std::unique_ptr<VideoDecoder>* decoder) {
     std::unique_ptr<VideoDecoder> made(new (std::nothrow) VideoDecoder(std::move(links), std::move(missed)));
     if (!made) return E_OUTOFMEMORY;
-    const AVCodec* codec = avcodec_find_decoder(stream.codecpar->codec_id);
-    if (codec == nullptr) return MF_E_TOPO_CODEC_NOT_FOUND;
-    made->decoder_ = avcodec_alloc_context3(codec);
     made->frame_ = av_frame_alloc();
     made->held_ = av_frame_alloc();
-    if (made->decoder_ == nullptr || made->frame_ == nullptr || made->held_ == nullptr) return E_OUTOFMEMORY;
-    if (avcodec_parameters_to_context(made->decoder_, stream.codecpar) < 0) return MF_E_TOPO_CODEC_NOT_FOUND;
+    if (made->frame_ == nullptr || made->held_ == nullptr) return E_OUTOFMEMORY;
     const AVCodecParameters& parameters = *stream.codecpar;
     if (parameters.width > 0 && parameters.height > 0 && !pictureSizeAllowed(parameters.width, parameters.height)) {
         return E_OUTOFMEMORY;
     }
-    made->decoder_->pkt_timebase = stream.time_base;
-    // The decoder refuses pictures past the layer's limit instead of allocating for them.
-    made->decoder_->max_pixels = kLargestPicturePixels;
-    if (avcodec_open2(made->decoder_, codec, nullptr) < 0) return MF_E_TOPO_CODEC_NOT_FOUND;
+    const HRESULT hr = openVideoDecoder(stream, 1, &made->decoder_);
+    if (FAILED(hr)) return hr == E_OUTOFMEMORY ? hr : MF_E_TOPO_CODEC_NOT_FOUND;
     made->timeBase_ = stream.time_base;
     made->frameRate_ = known(stream.avg_frame_rate) ? stream.avg_frame_rate : stream.r_frame_rate;
     made->pixelAspect_ = av_guess_sample_aspect_ratio(&format, &stream, nullptr);
-    made->rotation_ = quarterTurnsOf(stream);
+    displayQuarterTurns(stream, &made->rotation_);
     *decoder = std::move(made);
     return S_OK;
 }
@@ -129,7 +108,7 @@ void VideoDecoder::handle(AVFrame& frame) {
     LONGLONG time = 0;
     LONGLONG end = 0;
     intervalOf(frame, &time, &end);
-    if (keeping_ && frame.best_effort_timestamp != AV_NOPTS_VALUE && !damaged(frame)) recent_.keep(frame, time, end);
+    if (keeping_ && frame.best_effort_timestamp != AV_NOPTS_VALUE && !damagedPicture(frame)) recent_.keep(frame, time, end);
     if (!dropping_) {
         emit(frame);
         return;
@@ -143,7 +122,7 @@ void VideoDecoder::handle(AVFrame& frame) {
     // The first picture past the target: the one held contains the target, unless none came out
     // clean, as when the target lies among the leading pictures of an open GOP. Reading then starts
     // further back, until the picture is exact or the start of the file is reached.
-    if ((!holding_ || damaged(*held_)) && !links_.seek.fromStart(generation_) && missed_) {
+    if ((!holding_ || damagedPicture(*held_)) && !links_.seek.fromStart(generation_) && missed_) {
         av_frame_unref(held_);
         holding_ = false;
         missed_(generation_);

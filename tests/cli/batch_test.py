@@ -10,6 +10,7 @@ import json
 import os
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -74,6 +75,12 @@ for name, args in [
     ("bad jobs", ["info", "-j", "0", "h264.mp4"]),
     ("poster without -o", ["poster", "h264.mp4"]),
     ("missing list", ["info", "--files-from", "/nonexistent/list"]),
+    ("time past 100%", ["poster", "--time", "101%", "h264.mp4", "-o", "x.png"]),
+    ("time as a clock missing a field", ["poster", "--time", "1:05", "h264.mp4", "-o", "x.png"]),
+    ("quality", ["poster", "--quality", "101", "h264.mp4", "-o", "x.jpg"]),
+    ("format", ["poster", "--format", "gif", "h264.mp4", "-o", "out"]),
+    ("grid", ["sheet", "--grid", "0x3", "h264.mp4", "-o", "x.jpg"]),
+    ("sheet width", ["sheet", "--width", "100", "h264.mp4", "-o", "x.jpg"]),
 ]:
     result = vtk(*args)
     check("usage " + name, result.returncode == 2 and result.stdout == b"", (result.returncode, result.stderr))
@@ -121,6 +128,78 @@ with tempfile.TemporaryDirectory() as work:
           made.stdout)
     collide = vtk("poster", os.path.join(tree, "a", "clip.mp4"), os.path.join(tree, "b", "clip.mp4"), "-o", out)
     check("colliding outputs refused", collide.returncode == 2 and b"would write it" in collide.stderr, collide.stderr)
+
+def image_size(path):
+    probe = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "stream=codec_name,width,height", "-of", "csv=p=0",
+                            path], capture_output=True, text=True)
+    return probe.stdout.strip()
+
+
+# Posters at a time and size, as JPEG or PNG by the output's name; contact sheets.
+with tempfile.TemporaryDirectory() as work:
+    for name, args, size, codec in [
+        ("poster at 50%, 100 wide", ["poster", "--time", "50%", "--width", "100", "rot90.mp4"], (100, 75), "mjpeg"),
+        ("poster at a clock time", ["poster", "--time", "00:00:01.5", "--height", "60", "sar_8_9.mp4"], (80, 60), "png"),
+        ("poster never enlarged", ["poster", "--time", "9", "--width", "9000", "h264.mp4"], (320, 240), "mjpeg"),
+        ("sheet", ["sheet", "--grid", "3x2", "--width", "400", "rot90.mp4"], (400, None), "mjpeg"),
+    ]:
+        out = os.path.join(work, name.replace(" ", "_") + (".png" if codec == "png" else ".jpg"))
+        made = vtk(*args, "--jsonl", "-o", out)
+        record = records(made.stdout)[0] if made.returncode == 0 else {}
+        shown = "%d,%d" % (record.get("width", 0), record.get("height", 0))
+        check(name, made.returncode == 0 and image_size(out) == "%s,%s" % (codec, shown), (made.stderr, image_size(out)))
+        check(name + " size", record.get("width") == size[0] and (size[1] is None or record.get("height") == size[1]),
+              record)
+    at = records(vtk("poster", "--time", "1.5", "--jsonl", "h264.mp4", "-o", os.path.join(work, "t.png")).stdout)[0]
+    check("the poster's time is its frame's", at.get("time") == 1.48, at)
+    # Quality shows on a picture with detail in it.
+    noisy = os.path.join(work, "noisy.mp4")
+    subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-f", "lavfi", "-i", "testsrc2=s=320x240:d=0.2,noise=alls=40:allf=t",
+                    "-pix_fmt", "yuv420p", noisy], check=True)
+    low = os.path.join(work, "low.jpg")
+    high = os.path.join(work, "high.jpg")
+    vtk("poster", "--quality", "5", noisy, "-o", low)
+    vtk("poster", "--quality", "95", noisy, "-o", high)
+    check("quality tells", os.path.getsize(low) * 2 < os.path.getsize(high), (os.path.getsize(low), os.path.getsize(high)))
+
+# A worker that dies costs the file it worked on, not the batch: its record says why, a new worker
+# takes the rest.
+def workers_of(parent):
+    found = []
+    for name in os.listdir("/proc"):
+        try:
+            with open("/proc/%s/stat" % name) as f:
+                if int(f.read().rsplit(")", 1)[1].split()[1]) == parent:
+                    found.append(int(name))
+        except (OSError, ValueError, IndexError):
+            pass
+    return found
+
+
+many = files * 10
+batch = subprocess.Popen([VTK, "info", "--jsonl", "-j", "2", *many], cwd=CORPUS, stdout=subprocess.PIPE,
+                         stderr=subprocess.PIPE)
+killed = False
+while not killed and batch.poll() is None:
+    for worker in workers_of(batch.pid)[:1]:
+        os.kill(worker, signal.SIGKILL)
+        killed = True
+out, err = batch.communicate(timeout=300)
+check("a killed worker was seen", killed)
+check("every input has its record after a worker died", [r["path"] for r in records(out)] == many)
+check("the killed worker's file says why", b"killed by signal 9" in out or not killed, err)
+
+# The README's recipe for libraries larger than one machine, on this one: GNU parallel cuts the
+# list into two shards, one vtk per shard; the union of the records is one run's.
+with tempfile.NamedTemporaryFile("w", suffix=".txt") as listing:
+    listing.write("".join(os.path.join(CORPUS, name) + "\n" for name in files))
+    listing.flush()
+    whole = vtk("info", "--jsonl", "-q", "--files-from", listing.name)
+    sharded = subprocess.run(["parallel", "--will-cite", "--pipe-part", "-a", listing.name, "--block", "-1",
+                              "-j", "2", VTK + " info --jsonl -q --files-from -"],
+                             capture_output=True, timeout=300)
+    check("parallel shards", sorted(sharded.stdout.splitlines()) == sorted(whole.stdout.splitlines()),
+          sharded.stderr)
 
 print("%d failed" % len(failures))
 sys.exit(1 if failures else 0)

@@ -61,13 +61,15 @@ def failed_write(name, folder, result, output, reason):
 
 
 def case_full_disk(folder):
-    result = vtk("poster", CLIP, "-o", "/dev/full")
-    failed_write("/dev/full", folder, result, "/dev/full", "No space left on device")
+    for name, extra in [("/dev/full", []), ("/dev/full as JPEG", ["--format", "jpg"])]:
+        result = vtk("poster", CLIP, *extra, "-o", "/dev/full")
+        failed_write(name, folder, result, "/dev/full", "No space left on device")
     check("/dev/full kept", stat.S_ISCHR(os.stat("/dev/full").st_mode))
     old = os.path.join(folder, "old.png")
     with open(old, "wb") as f:
         f.write(OLD)
-    for command in (["poster", BIG_CLIP], ["xmp", os.path.join(CORPUS, "phone.mov")]):
+    for command in (["poster", BIG_CLIP], ["poster", "--format", "jpg", BIG_CLIP], ["sheet", "--format", "png", CLIP],
+                    ["xmp", os.path.join(CORPUS, "phone.mov")]):
         result = vtk(*command, "-o", old, limit_bytes=64)
         failed_write("size limit " + command[0], folder, result, old, "File too large")
         check("size limit " + command[0] + " old file", read(old) == OLD)

@@ -43,6 +43,40 @@ T.case("draw copies, scales by the nearest pixel and takes a part of the source"
     assert(string.find(why, "no PNG", 1, true), why)
 end)
 
+T.case("text is drawn in a real font, measured alike, and clipped", function()
+    local width, height = KyCanvas.measure("00:01:12", 20)
+    T.eq(width > 40 and width < 160 and height >= 20 and height < 40, true, width .. "x" .. height)
+    T.eq(KyCanvas.measure("W", 20) > KyCanvas.measure("i", 20), true, "proportional, not a fixed grid")
+    local canvas = KyCanvas.new(width + 4, height)
+    T.eq(table.concat({ canvas:text("00:01:12", 2, 0, 20, 255, 255, 255) }, "x"), width .. "x" .. height)
+    local covered, partly = 0, 0
+    for y = 0, height - 1 do
+        for x = 0, width + 3 do
+            local _, _, _, a = canvas:getPixel(x, y)
+            covered = covered + (a == 255 and 1 or 0)
+            partly = partly + ((a > 0 and a < 255) and 1 or 0)
+        end
+    end
+    T.eq(covered > 20 and partly > 20, true, "solid and antialiased pixels: " .. covered .. ", " .. partly)
+    T.eq(pixel(canvas, 0, 0), "0,0,0,0", "nothing left of the text")
+    canvas:text("far away", -1000, 5000, 12, 255, 0, 0)
+    T.raises(function() canvas:text("x", 0, 0, 3, 0, 0, 0) end, nil, "size must be 4 to 512")
+    T.raises(function() canvas:text("a\0b", 0, 0, 12, 0, 0, 0) end, nil, "NUL")
+end)
+
+T.case("a canvas becomes an image and back, pixels and alpha kept", function()
+    local canvas = KyCanvas.new(3, 2)
+    canvas:fill(0, 0, 1, 2, 10, 20, 30)
+    canvas:fill(2, 1, 1, 1, 200, 100, 50, 128)
+    local image = canvas:toImage()
+    T.eq(image:width() .. "x" .. image:height(), "3x2")
+    local back = KyCanvas.fromImage(image)
+    for _, at in ipairs({ { 0, 1 }, { 1, 0 }, { 2, 1 } }) do
+        T.eq(pixel(back, at[1], at[2]), pixel(canvas, at[1], at[2]), at[1] .. "," .. at[2])
+    end
+    T.raises(function() KyCanvas.fromImage(canvas) end)
+end)
+
 T.case("a view shows the overlay over its picture", function()
     local view = import("KyView").createKyView({ width = 40, height = 30 })
     local bar = KyCanvas.new(40, 10)

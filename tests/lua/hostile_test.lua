@@ -23,7 +23,7 @@ local ACCESS_DENIED = "Access is denied."
 local NOT_FOUND = "The system cannot find the file specified."
 local kInspectSeconds = 6 -- the first sample's 5 s, and the open
 local kPlayerSeconds = 10
-local kPlayOnSeconds = 4 -- enough for a two-second clip to end after a seek to 0.5 s
+local kPlayOnSeconds = 10 -- a two-second clip ends 1.5 s after a seek to 0.5 s, sanitizers and load allowing
 
 -- What inspection gives: the file's "WxH fps", or the error text; the poster's size or error
 -- text; whether a packet came. The player: the error text, or the last state after play and seek.

@@ -9,6 +9,8 @@ Cases per file:
   seek-mid-gop      the middle of the second GOP, reached from its key frame.
   seek-leading      the frame just before the second key frame: in an open GOP a leading picture,
                     decoded after that key frame but shown before it.
+  time-mid-gop,     vtk poster --time T --width 160 at the times of the two seeks before: the same
+  time-leading      frames, fitted in 160 pixels of width.
 T is media time from the first presented video frame, whatever the container's start time (1.4 s
 in MPEG-TS, 10 h in some files); each seek lands mid-interval of its frame. The reference is the
 frame whose interval holds T, taken from ffprobe's frame list by its index in presentation order,
@@ -38,7 +40,9 @@ import tempfile
 MAX_ERROR = 6.0
 # The window vtk play opens for a screenshot: the display size, scaled down to fit this.
 LARGEST_WINDOW = (1280, 720)
-CASES = ("poster", "seek-start", "seek-mid-gop", "seek-leading")
+CASES = ("poster", "seek-start", "seek-mid-gop", "seek-leading", "time-mid-gop", "time-leading")
+# The width vtk poster --time fits its posters in.
+TIME_POSTER_WIDTH = 160
 COUNTER_STRIPES = 7
 
 
@@ -216,6 +220,18 @@ def check_seek(options, path, video, folder, seconds):
     return compare(crop(rgb_of_png(out), window[0], area), reference(path, video, video.frame_at(seconds), size), size)
 
 
+def check_poster_at(options, path, video, folder, seconds):
+    out = os.path.join(folder, "at.png")
+    run(options.under + [options.vtk, "poster", "--time", f"{seconds:.6f}", "--width", str(TIME_POSTER_WIDTH), path,
+                         "-o", out], options.timeout, "vtk poster --time")
+    width, height = video.display_size()
+    scale = min(1.0, TIME_POSTER_WIDTH / width)
+    size, shown = (max(1, int(width * scale + 0.5)), max(1, int(height * scale + 0.5))), png_size(out)
+    if shown != size:
+        raise CaseFailure("poster is %dx%d, %dx%d expected" % (shown + size))
+    return compare(rgb_of_png(out), reference(path, video, video.frame_at(seconds), size), size)
+
+
 def check_file(options, name):
     """The lines to print and the count of failed cases for one file."""
     path = os.path.join(options.corpus, name)
@@ -235,6 +251,10 @@ def check_file(options, name):
                     seconds = video.seek_time(frames[case])
                     label = f"{case}@{seconds:.4f}"
                     text = check_seek(options, path, video, folder, seconds)
+                elif case.replace("time-", "seek-") in frames:
+                    seconds = video.seek_time(frames[case.replace("time-", "seek-")])
+                    label = f"{case}@{seconds:.4f}"
+                    text = check_poster_at(options, path, video, folder, seconds)
                 else:
                     continue
                 lines.append(f"OK   {name} {label} error {text}")

@@ -1,0 +1,31 @@
+// What every decoding part of the layer (the source reader, the playback engine's video decoder
+// and the frame grabber) does alike with a video stream: opening its decoder within the layer's
+// picture limit, and reading which way up its pictures are meant to be shown.
+#ifndef KY_PLATFORM_FFMPEG_DECODING_H
+#define KY_PLATFORM_FFMPEG_DECODING_H
+
+#include "PlatformTypes.h"
+
+struct AVCodecContext;
+struct AVFrame;
+struct AVStream;
+
+namespace kyplatform {
+
+/* Opens a decoder for stream with threads decoding threads (0: FFmpeg's choice). The decoder
+ * refuses pictures past the layer's limit instead of allocating for them. On success the caller
+ * frees *decoder with avcodec_free_context. MF_E_TOPO_CODEC_NOT_FOUND when FFmpeg has no decoder
+ * for the codec, MF_E_INVALIDMEDIATYPE when it does not open, E_OUTOFMEMORY. Any thread. */
+HRESULT openVideoDecoder(const AVStream& stream, int threads, AVCodecContext** decoder);
+
+/* The counter-clockwise quarter turns (0 to 3) of the stream's display matrix, which make its
+ * pictures upright; false when the stream has no usable matrix. */
+bool displayQuarterTurns(const AVStream& stream, int* quarters);
+
+/* A picture damaged by missing references: what a decoder gives for the leading pictures of an
+ * open GOP when it does not drop them, or for pictures decoded from a point that is no key frame. */
+bool damagedPicture(const AVFrame& frame);
+
+}  // namespace kyplatform
+
+#endif
