@@ -56,6 +56,7 @@ bench: setup
 	python3 bench/inspect.py $(BUILD)
 	python3 bench/playback.py $(BUILD)
 	python3 bench/seeking.py $(BUILD)
+	python3 bench/batch.py $(BUILD)
 
 # The fuzz targets under libFuzzer for SECONDS each (scripts/fuzz.sh), in build-fuzz/.
 fuzz:

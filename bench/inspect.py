@@ -15,7 +15,7 @@ import subprocess
 import sys
 import tempfile
 
-from timing import CommandFailed, medians
+from timing import CommandFailed, Table, medians
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(HERE)
@@ -49,46 +49,6 @@ def make_media(build):
             shutil.copyfile(os.path.join(media, source), target)
         files.append(target)
     return media, files
-
-
-class Table:
-    def __init__(self):
-        self.rows = []
-        self.failures = []
-
-    def add(self, measure, ours, peer=None, goal_ratio=None, goal_ms=None):
-        ratio = ours / peer if peer else None
-        if goal_ratio is not None:
-            goal, met = "<= %.1fx" % goal_ratio, ratio <= goal_ratio
-        elif goal_ms is not None:
-            goal, met = "< %g ms" % goal_ms, ours < goal_ms
-        else:
-            goal, met = "-", None
-        self.rows.append((
-            measure,
-            "%.2f" % ours,
-            "-" if peer is None else "%.2f" % peer,
-            "-" if ratio is None else "%.3f" % ratio,
-            goal,
-            "-" if met is None else ("met" if met else "MISSED"),
-        ))
-
-    def fail(self, measures, reason):
-        self.failures.append(reason)
-        for measure in measures:
-            self.rows.append((measure, "-", "-", "-", "-", "FAILED [%d]" % len(self.failures)))
-
-    def print(self):
-        header = ("measure", "ours (ms)", "peer (ms)", "ratio", "goal", "result")
-        widths = [max(len(row[i]) for row in self.rows + [header]) for i in range(len(header))]
-        line = lambda row: "  ".join(
-            cell.ljust(w) if i == 0 else cell.rjust(w) for i, (cell, w) in enumerate(zip(row, widths)))
-        print(line(header))
-        print("  ".join("-" * w for w in widths))
-        for row in self.rows:
-            print(line(row))
-        for number, reason in enumerate(self.failures, 1):
-            print("[%d] %s" % (number, reason))
 
 
 def in_process(vtk, clip, png, iterations, runs):
