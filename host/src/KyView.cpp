@@ -93,8 +93,8 @@ int viewGetDpi(void* record, lua_State* L) {
 int viewSetSize(void* record, lua_State* L) {
     const int width = static_cast<int>(luaL_checkinteger(L, 2));
     const int height = static_cast<int>(luaL_checkinteger(L, 3));
-    luaL_argcheck(L, width > 0 && width <= 16384, 2, "width must be 1 to 16384");
-    luaL_argcheck(L, height > 0 && height <= 16384, 3, "height must be 1 to 16384");
+    luaL_argcheck(L, width > 0 && width <= kLargestPictureSide, 2, "width must be 1 to 16384");
+    luaL_argcheck(L, height > 0 && height <= kLargestPictureSide, 3, "height must be 1 to 16384");
     MoveWindow(openWindow(record, L), 0, 0, width, height, TRUE);
     return 0;
 }

@@ -10,7 +10,6 @@ namespace {
 
 constexpr int kDefaultWidth = 640;
 constexpr int kDefaultHeight = 480;
-constexpr int kLargestSide = 16384;  // keeps a window's surface well inside memory and SDL's limits
 
 int sideOrDefault(int side, int fallback) { return side == CW_USEDEFAULT ? fallback : side; }
 
@@ -27,8 +26,8 @@ HWND CreateWindowExW(DWORD exStyle, LPCWSTR className, LPCWSTR windowName, DWORD
     }
     const int clientWidth = sideOrDefault(width, kDefaultWidth);
     const int clientHeight = sideOrDefault(height, kDefaultHeight);
-    if (className == nullptr || clientWidth < 1 || clientHeight < 1 || clientWidth > kLargestSide ||
-        clientHeight > kLargestSide) {
+    if (className == nullptr || clientWidth < 1 || clientHeight < 1 || clientWidth > kLargestPictureSide ||
+        clientHeight > kLargestPictureSide) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
@@ -107,7 +106,7 @@ BOOL MoveWindow(HWND handle, int, int, int width, int height, BOOL) {
     if (window == nullptr) {
         return FALSE;
     }
-    if (width < 1 || height < 1 || width > kLargestSide || height > kLargestSide) {
+    if (width < 1 || height < 1 || width > kLargestPictureSide || height > kLargestPictureSide) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }

@@ -42,6 +42,9 @@ TEST_F(RCObjectTest, DecrementReportsTheLastReference) {
     EXPECT_TRUE(count.Decrement());
     EXPECT_TRUE(count.IsUnreferenced());
     EXPECT_TRUE(count.IsUnreferenced() && !count.IsUniquelyReferenced());
+    // A count released once too often is below zero: still nobody's.
+    EXPECT_FALSE(count.Decrement());
+    EXPECT_TRUE(count.IsUnreferenced());
 }
 
 TEST_F(RCObjectTest, AssigningTheHeldObjectKeepsIt) {
