@@ -17,7 +17,7 @@ import subprocess
 import sys
 import tempfile
 
-from timing import CommandFailed, Table, medians
+from timing import CommandFailed, GoalTable, medians
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(HERE)
@@ -70,13 +70,7 @@ def main():
     jobs = str(os.cpu_count() or 1)
     clips = make_clips(options.build)
     out = tempfile.mkdtemp(prefix="bench_batch.")
-    table = Table()
-
-    def measure(labels, fn):
-        try:
-            fn()
-        except CommandFailed as failure:
-            table.fail(labels, str(failure))
+    table = GoalTable()
 
     probe = ["ffprobe", "-v", "error", "-show_format", "-show_streams", "-of", "json"]
     info_labels = ["info, %d clips, -j %s: vs ffprobe loop" % (CLIPS, jobs),
@@ -124,10 +118,10 @@ def main():
     print("bench_batch: median wall ms of %d runs over %d clips; load average %.2f"
           % (options.runs, CLIPS, os.getloadavg()[0]), flush=True)
     try:
-        measure(info_labels, info)
-        measure([poster_label], poster)
-        measure([xmp_label], xmp)
-        measure(in_process_labels, in_process)
+        table.attempt(info_labels, info)
+        table.attempt([poster_label], poster)
+        table.attempt([xmp_label], xmp)
+        table.attempt(in_process_labels, in_process)
     finally:
         shutil.rmtree(out, ignore_errors=True)
     print()

@@ -15,7 +15,7 @@ import subprocess
 import sys
 import tempfile
 
-from timing import CommandFailed, Table, medians
+from timing import CommandFailed, GoalTable, medians
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(HERE)
@@ -81,14 +81,7 @@ def main():
     media, batch = make_media(options.build)
     out = tempfile.mkdtemp(prefix="bench_inspect.")
     png = os.path.join(out, "out.png")
-    table = Table()
-
-    def measure(labels, fn):
-        """Runs one comparison; a command that fails fails its rows and the rest still run."""
-        try:
-            fn()
-        except CommandFailed as failure:
-            table.fail(labels, str(failure))
+    table = GoalTable()
 
     def poster(clip):
         path = os.path.join(media, clip)
@@ -147,13 +140,13 @@ def main():
           % (options.runs, options.batch_runs, BATCH_SIZE, os.getloadavg()[0]), flush=True)
     try:
         for clip in (CLIP_1080P, CLIP_PHONE):
-            measure(["poster %s vs ffmpeg" % clip, "poster %s vs ffmpegthumbnailer" % clip], lambda: poster(clip))
-            measure(["info %s vs ffprobe" % clip], lambda: info(clip))
-            measure(["xmp %s vs exiftool" % clip], lambda: xmp(clip))
-        measure([batch_info_label], batch_info)
-        measure([batch_xmp_label], batch_xmp)
-        measure([label for _, label, _ in in_process_rows], calls)
-        measure([startup_label], startup)
+            table.attempt(["poster %s vs ffmpeg" % clip, "poster %s vs ffmpegthumbnailer" % clip], lambda: poster(clip))
+            table.attempt(["info %s vs ffprobe" % clip], lambda: info(clip))
+            table.attempt(["xmp %s vs exiftool" % clip], lambda: xmp(clip))
+        table.attempt([batch_info_label], batch_info)
+        table.attempt([batch_xmp_label], batch_xmp)
+        table.attempt([label for _, label, _ in in_process_rows], calls)
+        table.attempt([startup_label], startup)
     finally:
         shutil.rmtree(out, ignore_errors=True)
 

@@ -23,6 +23,7 @@ import subprocess
 import sys
 import tempfile
 
+import timing
 from timing import CommandFailed, medians
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -147,31 +148,11 @@ def peak_rss_mb(argv):
     return usage.ru_maxrss / 1024.0
 
 
-class Table:
+class Table(timing.Table):
     HEADER = ("measure", "ours", "mpv", "ours/mpv", "note")
-
-    def __init__(self):
-        self.rows = []
-        self.failures = []
 
     def add(self, measure, ours, peer, unit, note=""):
         self.rows.append((measure, "%.1f %s" % (ours, unit), "%.1f %s" % (peer, unit), "%.2f" % (ours / peer), note))
-
-    def fail(self, measures, reason):
-        self.failures.append(reason)
-        for measure in measures:
-            self.rows.append((measure, "-", "-", "-", "FAILED [%d]" % len(self.failures)))
-
-    def print(self):
-        widths = [max(len(row[i]) for row in self.rows + [self.HEADER]) for i in range(len(self.HEADER))]
-        line = lambda row: "  ".join(
-            cell.ljust(w) if i in (0, 4) else cell.rjust(w) for i, (cell, w) in enumerate(zip(row, widths))).rstrip()
-        print(line(self.HEADER))
-        print("  ".join("-" * w for w in widths))
-        for row in self.rows:
-            print(line(row))
-        for number, reason in enumerate(self.failures, 1):
-            print("[%d] %s" % (number, reason))
 
 
 def main():
@@ -193,13 +174,6 @@ def main():
     media = make_media(options.build)
     clip = lambda name: os.path.join(media, name)
     table = Table()
-
-    def measure(labels, fn):
-        """Runs one comparison; a command that fails fails its rows and the rest still run."""
-        try:
-            fn()
-        except CommandFailed as reason:
-            table.fail(labels, str(reason))
 
     def seek(label, name, start, extra):
         mine, peer = medians([ours + ["--first-frame", "--start", start, clip(name)],
@@ -229,13 +203,13 @@ def main():
     print("bench_seeking: seeks are median wall ms of %d runs, steps back and memory medians of %d runs;"
           " load average %.2f" % (options.runs, options.slow_runs, os.getloadavg()[0]), flush=True)
     for label, name, start, extra in SEEKS:
-        measure([label], lambda: seek(label, name, start, extra))
+        table.attempt([label], lambda: seek(label, name, start, extra))
     for label, name, start, extra in STEP_BACKS:
         labels = ["%d steps back, %s: median" % (options.steps, label), "  slowest step"]
-        measure(labels, lambda: step_back(labels, name, start, extra))
+        table.attempt(labels, lambda: step_back(labels, name, start, extra))
     for label, name in MEMORY:
         label = "peak memory, %d s of %s" % (PLAY_SECONDS, label)
-        measure([label], lambda: memory(label, name))
+        table.attempt([label], lambda: memory(label, name))
 
     print()
     table.print()

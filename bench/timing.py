@@ -37,12 +37,42 @@ def medians(commands, runs):
 
 
 class Table:
-    """Rows of measures with our figure, the peer's, their ratio and the goal, printed aligned;
-    a comparison whose command failed is a row that says so, with the reason below the table."""
+    """Rows of measures, printed aligned: the first and last columns to the left, the rest to the
+    right. A comparison whose command failed is a row that says so, with the reason below."""
+    HEADER = ()
 
     def __init__(self):
         self.rows = []
         self.failures = []
+
+    def attempt(self, measures, fn):
+        """Runs one comparison; a command that fails fails its rows and the rest still run."""
+        try:
+            fn()
+        except CommandFailed as failure:
+            self.fail(measures, str(failure))
+
+    def fail(self, measures, reason):
+        self.failures.append(reason)
+        for measure in measures:
+            self.rows.append((measure,) + ("-",) * (len(self.HEADER) - 2) + ("FAILED [%d]" % len(self.failures),))
+
+    def print(self):
+        last = len(self.HEADER) - 1
+        widths = [max(len(row[i]) for row in self.rows + [self.HEADER]) for i in range(len(self.HEADER))]
+        line = lambda row: "  ".join(
+            cell.ljust(w) if i in (0, last) else cell.rjust(w) for i, (cell, w) in enumerate(zip(row, widths))).rstrip()
+        print(line(self.HEADER))
+        print("  ".join("-" * w for w in widths))
+        for row in self.rows:
+            print(line(row))
+        for number, reason in enumerate(self.failures, 1):
+            print("[%d] %s" % (number, reason))
+
+
+class GoalTable(Table):
+    """Our figure, the peer's, their ratio, and whether the goal (a ratio or a time) is met."""
+    HEADER = ("measure", "ours (ms)", "peer (ms)", "ratio", "goal", "result")
 
     def add(self, measure, ours, peer=None, goal_ratio=None, goal_ms=None):
         ratio = ours / peer if peer else None
@@ -60,20 +90,3 @@ class Table:
             goal,
             "-" if met is None else ("met" if met else "MISSED"),
         ))
-
-    def fail(self, measures, reason):
-        self.failures.append(reason)
-        for measure in measures:
-            self.rows.append((measure, "-", "-", "-", "-", "FAILED [%d]" % len(self.failures)))
-
-    def print(self):
-        header = ("measure", "ours (ms)", "peer (ms)", "ratio", "goal", "result")
-        widths = [max(len(row[i]) for row in self.rows + [header]) for i in range(len(header))]
-        line = lambda row: "  ".join(
-            cell.ljust(w) if i == 0 else cell.rjust(w) for i, (cell, w) in enumerate(zip(row, widths)))
-        print(line(header))
-        print("  ".join("-" * w for w in widths))
-        for row in self.rows:
-            print(line(row))
-        for number, reason in enumerate(self.failures, 1):
-            print("[%d] %s" % (number, reason))

@@ -121,6 +121,29 @@ local function formatOf(options, output)
     return kFormats[format]
 end
 
+-- Writes image to output in the format its name or --format says, making its folder where
+-- missing; nil, or what failed as { output, reason }.
+local kDefaultQuality = 85
+
+local function writeImage(image, output, options)
+    local folder = string.match(output, "^(.*)/[^/]*$")
+    if folder and folder ~= "" then
+        local made, message = vtkHost.makeFolders(folder)
+        if not made then
+            return { output = folder, reason = message }
+        end
+    end
+    local written, message
+    if formatOf(options, output) == "jpg" then
+        written, message = image:writeJPEG(output, tonumber(options.quality) or kDefaultQuality)
+    else
+        written, message = image:writePNG(output)
+    end
+    if not written then
+        return { output = output, reason = string.sub(message, #output + 3) }
+    end
+end
+
 M.poster = {
     summary = "write videos' poster frames, upright and at display size, as PNG or JPEG",
     usage = "vtk poster [OPTIONS] [--] PATH... -o OUT",
@@ -154,7 +177,6 @@ The record of each input names its output, width and height (and time, with --ti
         return "." .. format
     end,
     work = function(input, options)
-        local format = formatOf(options, input.output)
         local image, time
         if options.time or options.width or options.height then
             local at = M.parseTime(options.time or "0")
@@ -174,21 +196,9 @@ The record of each input names its output, width and height (and time, with --ti
                 error(details.error_message, 0)
             end
         end
-        local folder = string.match(input.output, "^(.*)/[^/]*$")
-        if folder and folder ~= "" then
-            local made, message = vtkHost.makeFolders(folder)
-            if not made then
-                return { output = folder, reason = message }
-            end
-        end
-        local written, message
-        if format == "jpg" then
-            written, message = image:writeJPEG(input.output, tonumber(options.quality) or 85)
-        else
-            written, message = image:writePNG(input.output)
-        end
-        if not written then
-            return { output = input.output, reason = string.sub(message, #input.output + 3) }
+        local failure = writeImage(image, input.output, options)
+        if failure then
+            return failure
         end
         return record("output", input.output, "width", image:width(), "height", image:height(), "time", time)
     end,
@@ -276,22 +286,9 @@ JPEG or PNG.
             local label = rate and Timecode.format(at.time, rate) or clockText(at.time)
             sheet:text(label, x, y + tileHeight + 2, labelSize, unpack(kSheetText))
         end
-        local folder = string.match(input.output, "^(.*)/[^/]*$")
-        if folder and folder ~= "" then
-            local made, message = vtkHost.makeFolders(folder)
-            if not made then
-                return { output = folder, reason = message }
-            end
-        end
-        local image = sheet:toImage()
-        local written, message
-        if formatOf(options, input.output) == "jpg" then
-            written, message = image:writeJPEG(input.output, tonumber(options.quality) or 85)
-        else
-            written, message = image:writePNG(input.output)
-        end
-        if not written then
-            return { output = input.output, reason = string.sub(message, #input.output + 3) }
+        local failure = writeImage(sheet:toImage(), input.output, options)
+        if failure then
+            return failure
         end
         return record("output", input.output, "width", width, "height", height, "frames", count)
     end,

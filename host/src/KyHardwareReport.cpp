@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "KyHardwareSniffer.h"
+#include "Win32Window.h"
 #include "KyHostModules.h"
 #include "KyLoop.h"
 #include "KyTransit.h"
@@ -74,6 +75,7 @@ std::string megabytes(uint64_t bytes) {
 }
 
 SdlFacts sdlFacts() {
+    KySdl_quitAtExit();
     SdlFacts facts;
     auto add = [&facts](const std::string& name, const std::string& value) { facts.fields.push_back({name, value}); };
     // Without a display server SDL would fall back to its offscreen driver, which is no display;

@@ -216,4 +216,9 @@ constexpr UINT KY_WM_PRESENT_VIDEO = 0xBFF0;
 typedef void (*KyWindowPresenter)(HWND window, LPARAM token);
 void KyWindow_setPresenter(KyWindowPresenter presenter);
 
+/* SDL keeps its state until SDL_Quit. Whoever starts a part of SDL calls this (any thread, any
+ * number of times): at exit, the windows still open are destroyed and SDL is quit, so that what a
+ * leak check still finds allocated inside SDL was left there by a caller. */
+void KySdl_quitAtExit();
+
 #endif

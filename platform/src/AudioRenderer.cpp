@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include "Win32Window.h"
+
 namespace kyplatform {
 
 namespace {
@@ -11,6 +13,7 @@ namespace {
 const IID kIidAudioRenderer = {0x7a2f5c61, 0x0e8d, 0x4b93, {0xb4, 0x70, 0x1c, 0x6d, 0x2e, 0x9a, 0x83, 0x05}};
 
 bool startAudio() {
+    KySdl_quitAtExit();
     if (SDL_InitSubSystem(SDL_INIT_AUDIO) == 0) return true;
     // A machine without sound still plays, with the clock driven by the dummy device.
     SDL_SetHint(SDL_HINT_AUDIODRIVER, "dummy");

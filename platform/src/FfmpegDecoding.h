@@ -1,16 +1,37 @@
-// What every decoding part of the layer (the source reader, the playback engine's video decoder
-// and the frame grabber) does alike with a video stream: opening its decoder within the layer's
-// picture limit, and reading which way up its pictures are meant to be shown.
+// What every decoding part of the layer (the source reader, the playback engine and the frame
+// grabber) does alike: owning FFmpeg's objects, opening a video decoder within the layer's picture
+// limit, and reading which way up its pictures are meant to be shown.
 #ifndef KY_PLATFORM_FFMPEG_DECODING_H
 #define KY_PLATFORM_FFMPEG_DECODING_H
 
+#include <memory>
+
 #include "PlatformTypes.h"
 
-struct AVCodecContext;
-struct AVFrame;
-struct AVStream;
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+}
 
 namespace kyplatform {
+
+/* Owners of FFmpeg's objects, each freed the way FFmpeg frees it. */
+struct CloseInput {
+    void operator()(AVFormatContext* format) const { avformat_close_input(&format); }
+};
+struct FreeDecoder {
+    void operator()(AVCodecContext* decoder) const { avcodec_free_context(&decoder); }
+};
+struct FreePacket {
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+struct FreeFrame {
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+using InputPointer = std::unique_ptr<AVFormatContext, CloseInput>;
+using DecoderPointer = std::unique_ptr<AVCodecContext, FreeDecoder>;
+using PacketPointer = std::unique_ptr<AVPacket, FreePacket>;
+using AVFramePointer = std::unique_ptr<AVFrame, FreeFrame>;
 
 /* Opens a decoder for stream with threads decoding threads (0: FFmpeg's choice). The decoder
  * refuses pictures past the layer's limit instead of allocating for them. On success the caller

@@ -21,19 +21,6 @@ namespace {
 constexpr LONGLONG kFirstStepBack = 10000000;  // 1 s
 constexpr int kStepsBack = 4;
 
-struct CloseInput {
-    void operator()(AVFormatContext* format) const { avformat_close_input(&format); }
-};
-struct FreeDecoder {
-    void operator()(AVCodecContext* decoder) const { avcodec_free_context(&decoder); }
-};
-struct FreeFrame {
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
-struct FreePacket {
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-
 // The file opened for reading its video from some point: demuxer and decoder.
 class Source {
 public:
@@ -65,8 +52,8 @@ public:
         return toMediaTime(frame.best_effort_timestamp, stream().time_base, origin);
     }
 
-    std::unique_ptr<AVFormatContext, CloseInput> format;
-    std::unique_ptr<AVCodecContext, FreeDecoder> decoder;
+    InputPointer format;
+    DecoderPointer decoder;
     int index = -1;
     int64_t origin = 0;
 
@@ -108,8 +95,8 @@ HRESULT readPicture(Source& source, bool seek, LONGLONG start, LONGLONG target, 
         av_seek_frame(source.format.get(), source.index, fromMediaTime(start, source.stream().time_base, source.origin),
                       AVSEEK_FLAG_BACKWARD);
     }
-    std::unique_ptr<AVPacket, FreePacket> packet(av_packet_alloc());
-    std::unique_ptr<AVFrame, FreeFrame> frame(av_frame_alloc());
+    PacketPointer packet(av_packet_alloc());
+    AVFramePointer frame(av_frame_alloc());
     if (!packet || !frame) return E_OUTOFMEMORY;
     bool draining = false;
     // Decoding starts at a key frame: from a picture that is none (a seek into an unindexed
@@ -194,7 +181,7 @@ HRESULT KyGrabFrame(LPCWSTR path, LONGLONG time, int boundWidth, int boundHeight
     if (FAILED(hr)) return hr;
     grabbed->duration = mediaDuration(*source.format, source.index);
     const LONGLONG target = std::max<LONGLONG>(time, 0);
-    std::unique_ptr<AVFrame, FreeFrame> shown(av_frame_alloc());
+    AVFramePointer shown(av_frame_alloc());
     if (!shown) return E_OUTOFMEMORY;
     bool found = false;
     LONGLONG step = kFirstStepBack;

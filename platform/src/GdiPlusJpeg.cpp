@@ -12,7 +12,6 @@ extern "C" {
 #include "GdiPlusImage.h"
 #include "GdiPlusPixels.h"
 #include "GdiPlusSave.h"
-#include "KySafeFile.h"
 
 const CLSID ImageEncoderJPEG = {0x557CF401, 0x1A04, 0x11D3, {0x9A, 0x73, 0x00, 0x00, 0xF8, 0x1E, 0xF3, 0x2E}};
 const GUID EncoderQuality = {0x1D5BE4B5, 0xFA4A, 0x452D, {0x9C, 0xDD, 0x5D, 0xB3, 0x51, 0x05, 0xE7, 0xEB}};
@@ -87,19 +86,5 @@ GpStatus kyplatform::saveJpeg(const GpImage& image, const std::string& path, con
     const long quality = qualityOf(parameters);
     if (quality < 0) return InvalidParameter;
     std::vector<JSAMPLE> row(static_cast<size_t>(image.width) * 3);
-    KySafeFile file;
-    if (!file.open(path)) {
-        errno = file.error();
-        return Win32Error;
-    }
-    errno = 0;
-    if (!compress(image, file.stream(), static_cast<int>(quality), row)) {
-        errno = errno != 0 ? errno : EIO;
-        return Win32Error;
-    }
-    if (!file.commit()) {
-        errno = file.error();
-        return Win32Error;
-    }
-    return Ok;
+    return saveSafely(path, [&](FILE* stream) { return compress(image, stream, static_cast<int>(quality), row); });
 }

@@ -9,7 +9,6 @@
 #include "GdiPlusImage.h"
 #include "GdiPlusPixels.h"
 #include "GdiPlusSave.h"
-#include "KySafeFile.h"
 #include "Win32.h"
 
 using namespace kyplatform;
@@ -70,28 +69,15 @@ GpStatus GdipSaveImageToFile(GpImage* image, const WCHAR* filename, const CLSID*
     // Speed over size: posters are written once and read once, and the default compression
     // costs several times the decoding of the frame.
     png.flags |= PNG_IMAGE_FLAG_FAST;
-    // Written beside the old file and renamed over it, so that a failure leaves that whole; the
-    // failure's errno stays set for the caller's message.
-    KySafeFile file;
-    if (!file.open(pathOf(filename))) {
-        errno = file.error();
-        return Win32Error;
-    }
-    // The row stride counts components, which are bytes at 8 bits.
-    errno = 0;
-    const int written = png_image_write_to_stdio(&png, file.stream(), 0, rows.pixels,
-                                                 static_cast<png_int_32>(rows.stride), nullptr);
-    const int writeError = errno;
-    png_image_free(&png);
-    if (written == 0) {
-        errno = writeError != 0 ? writeError : EIO;
-        return Win32Error;
-    }
-    if (!file.commit()) {
-        errno = file.error();
-        return Win32Error;
-    }
-    return Ok;
+    return saveSafely(pathOf(filename), [&](FILE* stream) {
+        // The row stride counts components, which are bytes at 8 bits.
+        const int written =
+            png_image_write_to_stdio(&png, stream, 0, rows.pixels, static_cast<png_int_32>(rows.stride), nullptr);
+        const int writeError = errno;
+        png_image_free(&png);
+        errno = writeError;
+        return written != 0;
+    });
 }
 
 GpStatus GdipCreateBitmapFromFile(const WCHAR* filename, GpBitmap** bitmap) {

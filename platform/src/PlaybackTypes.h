@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "BoundedQueue.h"
+#include "FfmpegDecoding.h"
 #include "FrameConverter.h"
 #include "PlatformTypes.h"
 
@@ -21,11 +22,6 @@ extern "C" {
 }
 
 namespace kyplatform {
-
-struct FreePacket {
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-using PacketPointer = std::unique_ptr<AVPacket, FreePacket>;
 
 /* A packet of one stream; null marks the end of the stream. */
 struct Packet {

@@ -33,21 +33,6 @@ namespace {
 // allocation.
 constexpr int kMaxPacketsPerRead = 1 << 16;
 
-struct CloseFormat {
-    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
-};
-struct FreeDecoder {
-    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-};
-struct FreePacket {
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-struct FreeFrame {
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
-
-using FormatPointer = std::unique_ptr<AVFormatContext, CloseFormat>;
-
 // What the media type says of the video stream that never changes, taken once at creation so that
 // a type can be built while the worker thread reads the file.
 struct VideoStream {
@@ -122,7 +107,7 @@ public:
                        LONGLONG* timestamp, IMFSample** sample) override;
 
 private:
-    SourceReader(FormatPointer format, ComPtr<IMFSourceReaderCallback> callback, bool videoProcessing);
+    SourceReader(InputPointer format, ComPtr<IMFSourceReaderCallback> callback, bool videoProcessing);
     friend class ::ComRefCount;  // deletes the object at its last Release
     ~SourceReader() override = default;
 
@@ -140,7 +125,7 @@ private:
     ComRefCount refs_;
     const ComPtr<IMFSourceReaderCallback> callback_;
     const bool videoProcessing_;
-    const FormatPointer format_;
+    const InputPointer format_;
     const VideoStream video_;
     const int64_t duration_;
 
@@ -149,16 +134,16 @@ private:
     std::vector<bool> selected_;
     bool rgbOutput_ = false;
     bool inputEnded_ = false;
-    std::unique_ptr<AVCodecContext, FreeDecoder> decoder_;
+    DecoderPointer decoder_;
     FrameConverter converter_;
-    const std::unique_ptr<AVPacket, FreePacket> packet_;
-    const std::unique_ptr<AVFrame, FreeFrame> frame_;
+    const PacketPointer packet_;
+    const AVFramePointer frame_;
     // What the current type reports: the stream's size until a frame tells the decoder's.
     SIZE coded_;
     SIZE picture_;
 };
 
-SourceReader::SourceReader(FormatPointer format, ComPtr<IMFSourceReaderCallback> callback, bool videoProcessing)
+SourceReader::SourceReader(InputPointer format, ComPtr<IMFSourceReaderCallback> callback, bool videoProcessing)
     : callback_(std::move(callback)),
       videoProcessing_(videoProcessing),
       format_(std::move(format)),
@@ -186,7 +171,7 @@ HRESULT SourceReader::create(LPCWSTR url, IMFAttributes* attributes, IMFSourceRe
 
     AVFormatContext* opened = nullptr;
     if (HRESULT hr = openInput(url, /*probeStreams*/ true, &opened); FAILED(hr)) return hr;
-    FormatPointer format(opened);
+    InputPointer format(opened);
 
     SourceReader* created = nullptr;
     try {
@@ -295,7 +280,7 @@ HRESULT SourceReader::openDecoder() {
     AVCodecContext* opened = nullptr;
     const HRESULT hr = openVideoDecoder(stream, 1, &opened);
     if (FAILED(hr)) return hr;
-    std::unique_ptr<AVCodecContext, FreeDecoder> decoder(opened);
+    DecoderPointer decoder(opened);
     decoder_ = std::move(decoder);
     return S_OK;
 }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <map>
 #include <mutex>
 
@@ -28,6 +29,17 @@ Tables& tables() {
 std::atomic<Uint32> postedType{0};
 
 uintptr_t numberOf(HWND window) { return reinterpret_cast<uintptr_t>(window); }
+
+// Windows still open go first, while SDL can still destroy their textures and renderers.
+void quitSdl() {
+    std::map<uintptr_t, std::unique_ptr<Window>> open;
+    {
+        std::lock_guard<std::mutex> lock(tables().mutex);
+        open.swap(tables().windows);
+    }
+    open.clear();
+    SDL_Quit();
+}
 
 }  // namespace
 
@@ -69,6 +81,7 @@ bool startSdl() {
         return false;
     }
     postedType = type;
+    KySdl_quitAtExit();
     return true;
 }
 
@@ -216,4 +229,13 @@ BOOL UnregisterClassW(LPCWSTR className, HINSTANCE) {
         return FALSE;
     }
     return TRUE;
+}
+
+void KySdl_quitAtExit() {
+    static std::once_flag registered;
+    std::call_once(registered, [] {
+        // The tables are made before the handler is registered, so that they outlive it at exit.
+        kywindow::tables();
+        std::atexit(kywindow::quitSdl);
+    });
 }

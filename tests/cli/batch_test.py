@@ -162,6 +162,31 @@ with tempfile.TemporaryDirectory() as work:
     vtk("poster", "--quality", "95", noisy, "-o", high)
     check("quality tells", os.path.getsize(low) * 2 < os.path.getsize(high), (os.path.getsize(low), os.path.getsize(high)))
 
+# Progress goes to a terminal only, and is cleared before each result; -q silences it.
+def stderr_on_terminal(*args):
+    import pty
+    leader, follower = pty.openpty()
+    done = subprocess.run([VTK, *args], stdout=subprocess.PIPE, stderr=follower, cwd=CORPUS, timeout=120)
+    os.close(follower)
+    seen = b""
+    while True:
+        try:
+            chunk = os.read(leader, 65536)
+        except OSError:
+            break
+        if not chunk:
+            break
+        seen += chunk
+    os.close(leader)
+    return done, seen
+
+
+shown, progress = stderr_on_terminal("info", "--jsonl", "-j", "1", "h264.mp4", "rot90.mp4", "sar_8_9.mp4")
+check("progress on a terminal", b"[1/3] " in progress and progress.endswith(b"\r\x1b[K"), progress)
+check("results whole beside progress", [r["path"] for r in records(shown.stdout)] == ["h264.mp4", "rot90.mp4", "sar_8_9.mp4"])
+check("no progress through a pipe", vtk("info", "--jsonl", "h264.mp4", "rot90.mp4").stderr == b"")
+check("-q silences progress", stderr_on_terminal("info", "-q", "h264.mp4", "rot90.mp4")[1] == b"")
+
 # A worker that dies costs the file it worked on, not the batch: its record says why, a new worker
 # takes the rest.
 def workers_of(parent):
