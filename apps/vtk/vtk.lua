@@ -113,7 +113,7 @@ commands.hw = {
     usage = "vtk hw [--json | --jsonl]",
     help = [[
 Shows the rows of the toolkit's hardware report, label and value, as the application shows them:
-graphics adapters (PCI ids and names, driver, video memory where the driver tells), displays,
+graphics adapters (PCI ids and names, driver, video memory from sysfs, NVML or OpenGL), displays,
 OpenGL (from an offscreen context; software rendering says so), sound cards and the default
 audio output. Nothing needs root and no other program runs. With --json, one JSON array of
 {"label": ..., "value": ...} records; with --jsonl, the same records one per line.

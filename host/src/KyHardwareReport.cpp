@@ -8,6 +8,7 @@
 #include <SDL.h>
 #include <sys/utsname.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -142,7 +143,16 @@ std::string describe(const SdlFacts& facts) {
         fields.push_back({"OpenGL", "none: " + gl.failure});
     }
 
-    const std::vector<ky::GraphicsAdapter> adapters = ky::sniffGraphicsAdapters(ky::SniffRoots());
+    std::vector<ky::GraphicsAdapter> adapters = ky::sniffGraphicsAdapters(ky::SniffRoots());
+    // The OpenGL context's figure belongs to the NVIDIA adapter when there is just one.
+    const auto nvidia = std::count_if(adapters.begin(), adapters.end(), [](const ky::GraphicsAdapter& a) {
+        return a.vendorId == ky::kNvidiaVendorId;
+    });
+    for (ky::GraphicsAdapter& a : adapters) {
+        if (a.videoMemoryBytes == 0 && nvidia == 1 && a.vendorId == ky::kNvidiaVendorId) {
+            a.videoMemoryBytes = gl.videoMemoryBytes;
+        }
+    }
     fields.push_back({"AdapterCount", std::to_string(adapters.size())});
     for (size_t i = 0; i < adapters.size(); ++i) {
         const ky::GraphicsAdapter& a = adapters[i];

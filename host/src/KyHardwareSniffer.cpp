@@ -5,6 +5,7 @@
 
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
+#include <dlfcn.h>
 
 #include <algorithm>
 #include <cctype>
@@ -137,6 +138,33 @@ bool isDrmCard(const std::string& name) {
            std::all_of(name.begin() + 4, name.end(), [](unsigned char c) { return std::isdigit(c); });
 }
 
+// The memory NVML reports for the device at a PCI address, or 0. The library is loaded for the
+// call and let go after: no build dependency, and nothing of it stays without a driver.
+uint64_t nvmlMemoryBytes(const std::string& library, const std::string& address) {
+    struct Memory {
+        unsigned long long total, free, used;
+    };
+    using Init = int (*)();
+    using Shutdown = int (*)();
+    using ByBusId = int (*)(const char*, void**);
+    using MemoryInfo = int (*)(void*, Memory*);
+    void* handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) return 0;
+    const auto init = reinterpret_cast<Init>(dlsym(handle, "nvmlInit_v2"));
+    const auto shutdown = reinterpret_cast<Shutdown>(dlsym(handle, "nvmlShutdown"));
+    const auto byBusId = reinterpret_cast<ByBusId>(dlsym(handle, "nvmlDeviceGetHandleByPciBusId_v2"));
+    const auto memoryInfo = reinterpret_cast<MemoryInfo>(dlsym(handle, "nvmlDeviceGetMemoryInfo"));
+    uint64_t bytes = 0;
+    if (init != nullptr && shutdown != nullptr && byBusId != nullptr && memoryInfo != nullptr && init() == 0) {
+        void* device = nullptr;
+        Memory memory{};
+        if (byBusId(address.c_str(), &device) == 0 && memoryInfo(device, &memory) == 0) bytes = memory.total;
+        shutdown();
+    }
+    dlclose(handle);
+    return bytes;
+}
+
 GraphicsAdapter adapterAt(const std::string& address, const fs::path& dir, const SniffRoots& roots,
                           const std::optional<fs::path>& database) {
     GraphicsAdapter adapter;
@@ -156,6 +184,9 @@ GraphicsAdapter adapterAt(const std::string& address, const fs::path& dir, const
         adapter.driverVersion = firstLine(fs::path(roots.sys) / "module" / module / "version");
     }
     adapter.videoMemoryBytes = numberIn<uint64_t>(firstLine(dir / "mem_info_vram_total")).value_or(0);
+    if (adapter.videoMemoryBytes == 0 && adapter.vendorId == kNvidiaVendorId) {
+        adapter.videoMemoryBytes = nvmlMemoryBytes(roots.nvml, address);
+    }
     if (database) {
         PciNames names = pciNames(*database, adapter);
         adapter.vendorName = std::move(names.vendor);
@@ -232,6 +263,7 @@ struct EglSession {
 };
 
 constexpr unsigned kGlVendor = 0x1F00, kGlRenderer = 0x1F01, kGlVersion = 0x1F02, kGlExtensions = 0x1F03;
+constexpr unsigned kGlDedicatedVideoMemoryNvx = 0x9047;  // GL_GPU_MEMORY_INFO_DEDICATED_VIDMEM_NVX, in KiB
 constexpr std::string_view kSoftwareRenderers[] = {"llvmpipe", "softpipe", "swrast"};
 
 // Fills `info` and returns why there is no OpenGL, or nothing when there is.
@@ -281,6 +313,13 @@ std::string readOpenGL(OpenGLInfo& info) {
     info.renderer = text(kGlRenderer);
     info.version = text(kGlVersion);
     info.extensions = text(kGlExtensions);
+    if (hasExtension(info.extensions.c_str(), "GL_NVX_gpu_memory_info")) {
+        using GetIntegerv = void(EGLAPIENTRY*)(unsigned, int*);
+        const auto getIntegerv = reinterpret_cast<GetIntegerv>(eglGetProcAddress("glGetIntegerv"));
+        int kilobytes = 0;
+        if (getIntegerv) getIntegerv(kGlDedicatedVideoMemoryNvx, &kilobytes);
+        info.videoMemoryBytes = kilobytes > 0 ? static_cast<uint64_t>(kilobytes) * 1024 : 0;
+    }
     if (info.renderer.empty() || info.version.empty()) return "OpenGL names no renderer";
     const std::string renderer = lowered(info.renderer);
     info.software = std::any_of(std::begin(kSoftwareRenderers), std::end(kSoftwareRenderers),

@@ -14,11 +14,17 @@
 
 namespace ky {
 
+// NVIDIA's PCI vendor id, as the sniff spells ids.
+constexpr const char* kNvidiaVendorId = "0x10de";
+
 struct SniffRoots {
     std::string sys = "/sys";
     std::string proc = "/proc";
     // The first of these that exists is the PCI id database.
     std::vector<std::string> pciIds = {"/usr/share/misc/pci.ids", "/usr/share/hwdata/pci.ids"};
+    // NVIDIA's management library, loaded at run time where an NVIDIA adapter's driver does not
+    // tell its memory through sysfs (the proprietary driver has no DRM memory node).
+    std::string nvml = "libnvidia-ml.so.1";
 };
 
 // One display controller (PCI class 0x03xxxx). Ids are lower-case hex with 0x ("0x10de"); names
@@ -28,7 +34,7 @@ struct GraphicsAdapter {
     std::string vendorId, deviceId, subsystemVendorId, subsystemDeviceId, revision;
     std::string vendorName, deviceName, subsystemName;
     std::string driver, driverVersion;  // empty when no driver is bound or it has no version
-    uint64_t videoMemoryBytes = 0;      // 0 where the driver does not tell
+    uint64_t videoMemoryBytes = 0;      // sysfs, else NVML for NVIDIA; 0 where nothing tells
 };
 
 // One ALSA card and its playback devices.
@@ -45,6 +51,9 @@ struct OpenGLInfo {
     bool available = false;
     std::string vendor, renderer, version, extensions;
     bool software = false;  // a software rasteriser (llvmpipe, softpipe, swrast)
+    // Dedicated video memory from GL_NVX_gpu_memory_info; 0 without it. (GL_ATI_meminfo tells
+    // only free memory, not the size, and AMD's drivers give the size through sysfs.)
+    uint64_t videoMemoryBytes = 0;
     std::string failure;    // why there is none, when unavailable
 };
 

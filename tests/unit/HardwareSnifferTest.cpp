@@ -124,6 +124,27 @@ TEST_F(HardwareSnifferTest, AdaptersAreDisplayDevicesAndDrmCardsNamedThroughTheD
                                          "amdgpu", "3.57.0", 8589934592u}));
 }
 
+// An NVIDIA adapter under the proprietary driver has no memory node: NVML tells, where it loads.
+TEST_F(HardwareSnifferTest, NvidiaMemoryComesFromNvmlWhereSysfsIsSilent) {
+    pciDevice("0000:02:00.0", "0x030000", "0x10de", "0x2204", "0x10de", "0x1454");
+    pciDevice("0000:03:00.0", "0x030200", "0x10de", "0x20b0", "0x10de", "0x134f");
+    pciDevice("0000:04:00.0", "0x030000", "0x10de", "0x2204", "0x10de", "0x1454");
+    write("sys/devices/pci0000:00/0000:04:00.0/mem_info_vram_total", "1048576\n");
+    const struct {
+        std::string library;
+        std::vector<uint64_t> bytes;
+    } cases[] = {
+        {FAKE_NVML, {24ull << 30, 0, 1048576}},  // known, unknown to NVML, told by sysfs
+        {(root / "no-such-nvml.so").string(), {0, 0, 1048576}},
+    };
+    for (const auto& c : cases) {
+        roots.nvml = c.library;
+        std::vector<uint64_t> bytes;
+        for (const ky::GraphicsAdapter& adapter : ky::sniffGraphicsAdapters(roots)) bytes.push_back(adapter.videoMemoryBytes);
+        EXPECT_EQ(bytes, c.bytes) << c.library;
+    }
+}
+
 TEST_F(HardwareSnifferTest, BrokenSysfsAndDatabasesOnlyLeaveFieldsEmpty) {
     const struct {
         const char* label;
