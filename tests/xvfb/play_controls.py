@@ -71,7 +71,7 @@ class Shot:
         return len(colours) > 1
 
 
-def wait_for(window, condition, timeout=5.0, nudge=None):
+def wait_for(window, condition, timeout=15.0, nudge=None):
     """Shots of the window until condition(shot) holds or the time is up; the last shot. nudge, if
     given, runs between shots (a hand's small movement, so that a request the player dropped while
     busy is made again)."""
@@ -147,11 +147,11 @@ def check_dense_display(vtk, clip, size):
                               env=dict(os.environ, GDK_SCALE="2"))
     try:
         window = find_window(os.path.basename(clip))
-        time.sleep(1.0)
-        shot = Shot(window)
-        check((shot.width, shot.height) == (size[0] * 2, size[1] * 2), f"a 2x window ({shot.width}x{shot.height})")
-        bar = shot.height - 2 * BAR_HEIGHT
-        check(shot.varied(2 * 29, bar + 4, 2 * BUTTON, 2 * BUTTON), "the play button at twice the size")
+        doubled = (size[0] * 2, size[1] * 2)
+        play_button = lambda shot: shot.varied(2 * 29, shot.height - 2 * BAR_HEIGHT + 4, 2 * BUTTON, 2 * BUTTON)
+        shot = wait_for(window, lambda shot: (shot.width, shot.height) == doubled and play_button(shot))
+        check((shot.width, shot.height) == doubled, f"a 2x window ({shot.width}x{shot.height})")
+        check(play_button(shot), "the play button at twice the size")
         subprocess.run(["xdotool", "mousemove", "--window", window, "10", "10", "key", "q"], check=True)
         check(player.wait(timeout=10) == 0, "q quits")
     finally:
