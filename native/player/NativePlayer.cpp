@@ -88,9 +88,17 @@ HRESULT NativePlayer::createInstance(HWND videoWindow, HWND eventWindow, std::sh
 NativePlayer::~NativePlayer() = default;
 
 void NativePlayer::teardown() {
-    shutdown();
+    closeSession();
     // Messages still queued name these; they find nothing once the events are gone from the set.
     for (IMFMediaEvent* event : postedEvents().takeAllOf(this)) event->Release();
+    if (closeEvent != nullptr) {
+        CloseHandle(closeEvent);
+        closeEvent = nullptr;
+    }
+    if (platformStarted) {
+        MFShutdown();
+        platformStarted = false;
+    }
 }
 
 HRESULT NativePlayer::initialize() {

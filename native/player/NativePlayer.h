@@ -79,7 +79,7 @@ protected:
 private:
     NativePlayer(HWND videoWindow, HWND eventWindow, PlayerMessageSink sink);
     virtual ~NativePlayer();
-    /* What ending the player means: shutdown, then the events still posted for it released. */
+    /* What ending the player means: closeSession, the close event, the platform's shutdown. */
     void teardown();
 
     HRESULT createSession();
