@@ -142,17 +142,16 @@ function M.attempt(work, input, options)
         result.path = input.path
         return result
     end
-    local failure = result
-    if type(failure) == "table" and failure.reason then
-        return Records.record("path", input.path, "error", failure.reason, "output", failure.output)
+    if type(result) == "table" and result.reason then
+        return Records.record("path", input.path, "error", result.reason, "output", result.output)
     end
-    return Records.record("path", input.path, "error", reasonText(failure))
+    return Records.record("path", input.path, "error", reasonText(result))
 end
 
--- Runs a batch: spec = { command = name, options = ..., inputs = ..., work = function, text =
--- function(record, write) }. The exit status.
-function M.run(spec)
-    local inputs, options = spec.inputs, spec.options
+-- Runs a batch: batch = { command = name, options = ..., inputs = ..., work = function, text =
+-- function(record, index, count) }. The exit status.
+function M.run(batch)
+    local inputs, options = batch.inputs, batch.options
     local count = #inputs
     local jobs = options.jobs and Options.integer(options.jobs, "--jobs", 1, 256) or vtkHost.cores()
     local progress = count > 1 and not options.quiet and vtkHost.isTerminal(2)
@@ -172,7 +171,7 @@ function M.run(spec)
         elseif options.jsonl then
             io.stdout:write(Records.json(record), "\n")
         elseif not record.error then
-            spec.text(record, index, count)
+            batch.text(record, index, count)
         end
     end
     local function arrived(index, record)
@@ -197,13 +196,13 @@ function M.run(spec)
         for i, input in ipairs(inputs) do
             items[i] = Records.serialize(input)
         end
-        local workerArgs = { "--worker", spec.command, Records.serialize(options) }
+        local workerArgs = { "--worker", batch.command, Records.serialize(options) }
         vtkHost.runWorkers(jobs, workerArgs, items, function(index, text, reason)
             arrived(index, text and Records.deserialize(text) or Records.record("path", inputs[index].path, "error", reason))
         end)
     else
         for i, input in ipairs(inputs) do
-            arrived(i, M.attempt(spec.work, input, options))
+            arrived(i, M.attempt(batch.work, input, options))
         end
     end
     if options.json then
