@@ -5,6 +5,8 @@
 //   canvas:draw(image, dx, dy [, dw, dh [, sx, sy, sw, sh]])   -- a part of image, scaled
 //   canvas:width(), canvas:height(), canvas:getPixel(x, y) -> r, g, b, a
 //   canvas:text(text, x, y, size, r, g, b [, a]) -> width, height   -- UTF-8, top-left at x, y
+//   canvas:polygon({x1, y1, x2, y2, ...}, r, g, b [, a])   -- filled, anti-aliased, nonzero rule
+//   canvas:fade(factor)                               -- every pixel's alpha times factor, 0 to 1
 //   KyCanvas.measure(text, size) -> width, height    -- of text drawn at size pixels
 //   KyCanvas.fromImage(image), canvas:toImage()      -- to and from the host's KyImage
 //   view:setOverlay(canvas, x, y) shows it over the view's video (KyView.cpp).
@@ -20,6 +22,7 @@
 #include <vector>
 
 #include "KyCanvas.h"
+#include "KyCanvasPolygon.h"
 #include "KyFont.h"
 #include "KyHostModules.h"
 #include "KyImage.h"
@@ -193,22 +196,57 @@ ky::TextMask checkText(lua_State* L, int textIndex, int sizeIndex) {
     return mask;
 }
 
+// Blends colour (B, G, R) at alpha through coverage, a width x height mask placed at x, y.
+void blendMask(ky::Canvas& canvas, const uint8_t* coverage, int width, int height, lua_Integer x, lua_Integer y,
+               uint8_t* colour, int alpha) {
+    for (int row = clipped(y, canvas.height); row < clipped(spanEnd(y, height), canvas.height); ++row) {
+        for (int column = clipped(x, canvas.width); column < clipped(spanEnd(x, width), canvas.width); ++column) {
+            colour[3] = static_cast<uint8_t>(alpha * coverage[static_cast<size_t>(row - y) * width + (column - x)] / 255);
+            blend(&canvas.bgra[(static_cast<size_t>(row) * canvas.width + column) * 4], colour);
+        }
+    }
+}
+
 int text(lua_State* L) {
     ky::Canvas& canvas = ky::checkCanvas(L, 1);
     const lua_Integer x = luaL_checkinteger(L, 3);
     const lua_Integer y = luaL_checkinteger(L, 4);
     const ky::TextMask mask = checkText(L, 2, 5);
     uint8_t colour[4] = {channel(L, 8, 0), channel(L, 7, 0), channel(L, 6, 0), 0};
-    const int alpha = channel(L, 9, 255);
-    for (int row = clipped(y, canvas.height); row < clipped(spanEnd(y, mask.height), canvas.height); ++row) {
-        for (int column = clipped(x, canvas.width); column < clipped(spanEnd(x, mask.width), canvas.width); ++column) {
-            colour[3] = static_cast<uint8_t>(alpha * mask.coverage[static_cast<size_t>(row - y) * mask.width + (column - x)] / 255);
-            blend(&canvas.bgra[(static_cast<size_t>(row) * canvas.width + column) * 4], colour);
-        }
-    }
+    blendMask(canvas, mask.coverage.data(), mask.width, mask.height, x, y, colour, channel(L, 9, 255));
     lua_pushinteger(L, mask.width);
     lua_pushinteger(L, mask.height);
     return 2;
+}
+
+int fade(lua_State* L) {
+    ky::Canvas& canvas = ky::checkCanvas(L, 1);
+    const lua_Number factor = luaL_checknumber(L, 2);
+    luaL_argcheck(L, factor >= 0 && factor <= 1, 2, "the factor must be 0 to 1");
+    const int scaled = static_cast<int>(std::lround(factor * 256));
+    for (size_t alpha = 3; alpha < canvas.bgra.size(); alpha += 4) {
+        canvas.bgra[alpha] = static_cast<uint8_t>(canvas.bgra[alpha] * scaled >> 8);
+    }
+    return 0;
+}
+
+int polygon(lua_State* L) {
+    ky::Canvas& canvas = ky::checkCanvas(L, 1);
+    luaL_checktype(L, 2, LUA_TTABLE);
+    const size_t numbers = lua_objlen(L, 2);
+    luaL_argcheck(L, numbers >= 6 && numbers % 2 == 0 && numbers / 2 <= ky::kLargestPolygon, 2,
+                  "the polygon must be 3 to 1024 pairs of x, y");
+    std::vector<ky::PolygonPoint> points(numbers / 2);
+    for (size_t i = 0; i < numbers; ++i) {
+        lua_rawgeti(L, 2, static_cast<int>(i + 1));
+        if (!lua_isnumber(L, -1)) luaL_argerror(L, 2, "the polygon's coordinates must be numbers");
+        (i % 2 == 0 ? points[i / 2].x : points[i / 2].y) = lua_tonumber(L, -1);
+        lua_pop(L, 1);
+    }
+    const ky::CoverageMask mask = ky::coverPolygon(points, canvas.width, canvas.height);
+    uint8_t colour[4] = {channel(L, 5, 0), channel(L, 4, 0), channel(L, 3, 0), 0};
+    blendMask(canvas, mask.coverage.data(), mask.width, mask.height, mask.left, mask.top, colour, channel(L, 6, 255));
+    return 0;
 }
 
 int measure(lua_State* L) {
@@ -263,7 +301,7 @@ int fromImage(lua_State* L) {
 
 const luaL_Reg kCanvasMethods[] = {
     {"width", width}, {"height", height}, {"fill", fill},       {"draw", draw},         {"getPixel", getPixel},
-    {"text", text},   {"toImage", toImage}, {"__gc", collect}, {nullptr, nullptr},
+    {"text", text},   {"toImage", toImage}, {"polygon", polygon}, {"fade", fade}, {"__gc", collect}, {nullptr, nullptr},
 };
 
 }  // namespace

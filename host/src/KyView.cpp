@@ -1,5 +1,6 @@
 // Views over platform windows: the KyView module, the view object and the window procedure that
 // turns window messages into calls of the manifestation and of the view's event handler.
+#include <algorithm>
 #include <vector>
 
 #include "GdiPlusFlat.h"
@@ -97,6 +98,67 @@ int viewSetSize(void* record, lua_State* L) {
     luaL_argcheck(L, height > 0 && height <= kLargestPictureSide, 3, "height must be 1 to 16384");
     MoveWindow(openWindow(record, L), 0, 0, width, height, TRUE);
     return 0;
+}
+
+// getScreenArea() -> x, y, width, height: where on its screen the view's client area may lie, the
+// screen's work area (less panels and docks) less the window's frame.
+int viewGetScreenArea(void* record, lua_State* L) {
+    HWND window = openWindow(record, L);
+    MONITORINFO monitor{};
+    monitor.cbSize = sizeof(monitor);
+    RECT outer{};
+    RECT client{};
+    if (!GetMonitorInfoW(MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST), &monitor) ||
+        !GetWindowRect(window, &outer) || !GetClientRect(window, &client)) {
+        luaL_error(L, "getScreenArea: the view's screen cannot be found");
+    }
+    const LONG frameWidth = (outer.right - outer.left) - client.right;
+    const LONG frameHeight = (outer.bottom - outer.top) - client.bottom;
+    const RECT& work = monitor.rcWork;
+    lua_pushinteger(L, work.left);
+    lua_pushinteger(L, work.top);
+    lua_pushinteger(L, std::max<LONG>(1, work.right - work.left - frameWidth));
+    lua_pushinteger(L, std::max<LONG>(1, work.bottom - work.top - frameHeight));
+    return 4;
+}
+
+// getPosition() -> x, y of the client area's top left on the screen.
+int viewGetPosition(void* record, lua_State* L) {
+    POINT origin{0, 0};
+    ClientToScreen(openWindow(record, L), &origin);
+    lua_pushinteger(L, origin.x);
+    lua_pushinteger(L, origin.y);
+    return 2;
+}
+
+// setPosition(x, y) puts the client area's top left there on the screen (the frame around it).
+int viewSetPosition(void* record, lua_State* L) {
+    HWND window = openWindow(record, L);
+    const lua_Integer x = luaL_checkinteger(L, 2);
+    const lua_Integer y = luaL_checkinteger(L, 3);
+    constexpr lua_Integer kFarthest = 1 << 20;
+    luaL_argcheck(L, x >= -kFarthest && x <= kFarthest, 2, "x lies too far off any screen");
+    luaL_argcheck(L, y >= -kFarthest && y <= kFarthest, 3, "y lies too far off any screen");
+    POINT origin{0, 0};
+    RECT outer{};
+    ClientToScreen(window, &origin);
+    GetWindowRect(window, &outer);
+    SetWindowPos(window, nullptr, static_cast<int>(x) - (origin.x - outer.left),
+                 static_cast<int>(y) - (origin.y - outer.top), 0, 0, SWP_NOSIZE | SWP_NOZORDER);
+    return 0;
+}
+
+// setFullscreen(flag): the view covers its screen, or goes back to its size and place.
+int viewSetFullscreen(void* record, lua_State* L) {
+    if (!KyWindow_setFullscreen(openWindow(record, L), lua_toboolean(L, 2))) {
+        luaL_error(L, "setFullscreen: the window system refused");
+    }
+    return 0;
+}
+
+int viewIsFullscreen(void* record, lua_State* L) {
+    lua_pushboolean(L, KyWindow_isFullscreen(openWindow(record, L)));
+    return 1;
 }
 
 int viewIsOpen(void* record, lua_State* L) {
@@ -214,6 +276,11 @@ const KyDirectObjectMethodRow kViewMethods[] = {
     {"getSize", viewGetSize},
     {"setSize", viewSetSize},
     {"getDpi", viewGetDpi},
+    {"getScreenArea", viewGetScreenArea},
+    {"getPosition", viewGetPosition},
+    {"setPosition", viewSetPosition},
+    {"setFullscreen", viewSetFullscreen},
+    {"isFullscreen", viewIsFullscreen},
     {"isOpen", viewIsOpen},
     {"close", viewClose},
     {"setEventHandler", viewSetEventHandler},
@@ -249,6 +316,8 @@ const char* keyName(WPARAM key, char* letter) {
         case VK_END: return "end";
         case VK_OEM_COMMA: return "comma";
         case VK_OEM_PERIOD: return "period";
+        case VK_OEM_4: return "left_bracket";
+        case VK_OEM_6: return "right_bracket";
         default: break;
     }
     if ((key >= 'A' && key <= 'Z') || (key >= '0' && key <= '9')) {
@@ -257,6 +326,15 @@ const char* keyName(WPARAM key, char* letter) {
         return letter;
     }
     return nullptr;
+}
+
+const char* mouseEventName(UINT message) {
+    switch (message) {
+        case WM_LBUTTONDOWN: return "mouse_down";
+        case WM_LBUTTONUP: return "mouse_up";
+        case WM_LBUTTONDBLCLK: return "mouse_double";
+        default: return "mouse_move";
+    }
 }
 
 struct Delivery {
@@ -323,10 +401,16 @@ int deliver(lua_State* L) {
             break;
         case WM_LBUTTONDOWN:
         case WM_LBUTTONUP:
+        case WM_LBUTTONDBLCLK:
         case WM_MOUSEMOVE:
-            callHandlerWithPair(L, viewIndex,
-                                d.message == WM_LBUTTONDOWN ? "mouse_down" : d.message == WM_LBUTTONUP ? "mouse_up" : "mouse_move",
-                                GET_X_LPARAM(d.lParam), GET_Y_LPARAM(d.lParam));
+            callHandlerWithPair(L, viewIndex, mouseEventName(d.message), GET_X_LPARAM(d.lParam),
+                                GET_Y_LPARAM(d.lParam));
+            break;
+        case WM_MOUSEWHEEL:
+            // handler(view, "wheel", notches): positive turned away from the user.
+            lua_pushliteral(L, "wheel");
+            lua_pushnumber(L, static_cast<lua_Number>(GET_WHEEL_DELTA_WPARAM(d.wParam)) / WHEEL_DELTA);
+            callHandler(L, viewIndex, 2);
             break;
         case WM_CLOSE:
             // A handler that answers true keeps the window open.

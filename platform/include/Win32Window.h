@@ -3,8 +3,9 @@
  * mouse events delivered as the Win32 messages of the window they belong to: a resize (client size
  * in WM_SIZE's lParam) blacks the client area out and queues WM_PAINT, an exposure gives WM_PAINT,
  * the close button WM_CLOSE, keys WM_KEYDOWN / WM_KEYUP with virtual-key codes, the mouse
- * WM_MOUSEMOVE / WM_LBUTTONDOWN / WM_LBUTTONUP with client coordinates. Plus this layer's
- * drawing of video pictures into a window (KyWindow_*), which Win32 leaves to other interfaces.
+ * WM_MOUSEMOVE / WM_LBUTTONDOWN / WM_LBUTTONUP / WM_LBUTTONDBLCLK with client coordinates and
+ * WM_MOUSEWHEEL. Plus the monitors windows lie on, and this layer's drawing of video pictures into
+ * a window and its full-screen state (KyWindow_*), which Win32 leaves to other interfaces.
  *
  * Threads: there is one message queue, the main thread's (the process's first thread). Windows are
  * created, dispatched, drawn, read and destroyed there; those calls from another thread fail with
@@ -41,6 +42,11 @@ struct RECT {
     LONG top;
     LONG right;
     LONG bottom;
+};
+
+struct POINT {
+    LONG x;
+    LONG y;
 };
 
 struct MSG {
@@ -93,11 +99,17 @@ constexpr UINT WM_KEYUP = 0x0101;
 constexpr UINT WM_MOUSEMOVE = 0x0200;
 constexpr UINT WM_LBUTTONDOWN = 0x0201;
 constexpr UINT WM_LBUTTONUP = 0x0202;
+constexpr UINT WM_LBUTTONDBLCLK = 0x0203;
+constexpr UINT WM_MOUSEWHEEL = 0x020A;
 constexpr UINT WM_USER = 0x0400;
 constexpr UINT WM_APP = 0x8000;
 
 constexpr WPARAM SIZE_RESTORED = 0;
 constexpr WPARAM MK_LBUTTON = 0x0001;
+/* WM_MOUSEWHEEL: the high word of wParam is the signed turn, WHEEL_DELTA a notch, positive away
+ * from the user; lParam holds the pointer's screen coordinates. */
+constexpr int WHEEL_DELTA = 120;
+constexpr int GET_WHEEL_DELTA_WPARAM(WPARAM value) { return static_cast<int16_t>((value >> 16) & 0xFFFF); }
 
 // Virtual-key codes; letters and digits are their upper-case ASCII codes ('A', '0').
 constexpr UINT VK_BACK = 0x08;
@@ -117,6 +129,8 @@ constexpr UINT VK_DELETE = 0x2E;
 constexpr UINT VK_F1 = 0x70;
 constexpr UINT VK_OEM_COMMA = 0xBC;
 constexpr UINT VK_OEM_PERIOD = 0xBE;
+constexpr UINT VK_OEM_4 = 0xDB;  // [ on a US keyboard
+constexpr UINT VK_OEM_6 = 0xDD;  // ]
 
 constexpr DWORD WS_OVERLAPPEDWINDOW = 0x00CF0000;
 constexpr DWORD WS_VISIBLE = 0x10000000;
@@ -192,6 +206,45 @@ void PostQuitMessage(int exitCode);
 /* Any thread; rect and erase are ignored. Queues one WM_PAINT; further calls before it is
  * retrieved add none. */
 BOOL InvalidateRect(HWND window, const RECT* rect, BOOL erase);
+
+/* Monitors (main thread). HMONITOR names a display, valid while the display is attached. */
+struct HMONITOR__;
+typedef HMONITOR__* HMONITOR;
+constexpr DWORD MONITOR_DEFAULTTONULL = 0;
+constexpr DWORD MONITOR_DEFAULTTOPRIMARY = 1;
+constexpr DWORD MONITOR_DEFAULTTONEAREST = 2;
+/* Screen coordinates of the display (rcMonitor) and of the part of it that windows may use, less
+ * panels and docks (rcWork). cbSize must be sizeof(MONITORINFO). */
+struct MONITORINFO {
+    DWORD cbSize;
+    RECT rcMonitor;
+    RECT rcWork;
+    DWORD dwFlags;
+};
+constexpr DWORD MONITORINFOF_PRIMARY = 1;
+/* The display the window mostly lies on; for a bad handle, null (MONITOR_DEFAULTTONULL) or the
+ * primary display. */
+HMONITOR MonitorFromWindow(HWND window, DWORD flags);
+/* FALSE with ERROR_INVALID_PARAMETER for a monitor no longer attached or a wrong cbSize. */
+BOOL GetMonitorInfoW(HMONITOR monitor, MONITORINFO* info);
+/* The window's outer rectangle in screen coordinates: its client area and the frame the window
+ * manager adds (none without one). */
+BOOL GetWindowRect(HWND window, RECT* rect);
+/* Turns a point from the window's client coordinates into screen coordinates. */
+BOOL ClientToScreen(HWND window, POINT* point);
+constexpr UINT SWP_NOSIZE = 0x0001;
+constexpr UINT SWP_NOMOVE = 0x0002;
+constexpr UINT SWP_NOZORDER = 0x0004;
+/* Puts the window's outer top-left at x, y (screen coordinates) unless SWP_NOMOVE, and gives it an
+ * outer size of width x height unless SWP_NOSIZE; insertAfter is ignored (no z-order here). A
+ * resize is followed by WM_SIZE as with MoveWindow. */
+BOOL SetWindowPos(HWND window, HWND insertAfter, int x, int y, int width, int height, UINT flags);
+
+/* Covers the window's display with its client area (the desktop's resolution, no frame) or gives
+ * its earlier size and place back; WM_SIZE follows. Main thread. */
+BOOL KyWindow_setFullscreen(HWND window, BOOL fullscreen);
+/* TRUE while the window covers its display. */
+BOOL KyWindow_isFullscreen(HWND window);
 
 /* Video drawing (main thread). Draws width x height B, G, R, X pixels (rows top-down, stride bytes
  * apart, at least width * 4) scaled with bilinear filtering into destination (client

@@ -88,6 +88,8 @@ UINT virtualKeyOf(SDL_Keycode key) {
     case SDLK_DELETE: return VK_DELETE;
     case SDLK_COMMA: return VK_OEM_COMMA;
     case SDLK_PERIOD: return VK_OEM_PERIOD;
+    case SDLK_LEFTBRACKET: return VK_OEM_4;
+    case SDLK_RIGHTBRACKET: return VK_OEM_6;
     default: return 0;
     }
 }
@@ -117,11 +119,25 @@ bool translateEvent(const SDL_Event& event, MSG* message) {
             return false;
         }
         message->hwnd = windowOfSdlWindow(event.button.windowID);
-        message->message = event.type == SDL_MOUSEBUTTONDOWN ? WM_LBUTTONDOWN : WM_LBUTTONUP;
+        // As for a class with CS_DBLCLKS: the second press of a double click is WM_LBUTTONDBLCLK.
+        message->message = event.type == SDL_MOUSEBUTTONUP ? WM_LBUTTONUP
+                           : event.button.clicks == 2   ? WM_LBUTTONDBLCLK
+                                                        : WM_LBUTTONDOWN;
         // wParam tells the buttons down after the event, so the left one only for its press.
         message->wParam = event.type == SDL_MOUSEBUTTONDOWN ? MK_LBUTTON : 0;
         message->lParam = MAKELPARAM(event.button.x, event.button.y);
         return message->hwnd != nullptr;
+    case SDL_MOUSEWHEEL: {
+        message->hwnd = windowOfSdlWindow(event.wheel.windowID);
+        message->message = WM_MOUSEWHEEL;
+        const int notches = event.wheel.direction == SDL_MOUSEWHEEL_FLIPPED ? -event.wheel.y : event.wheel.y;
+        message->wParam = static_cast<WPARAM>(static_cast<uint16_t>(notches * WHEEL_DELTA)) << 16;
+        int x = 0;
+        int y = 0;
+        SDL_GetGlobalMouseState(&x, &y);
+        message->lParam = MAKELPARAM(x, y);
+        return message->hwnd != nullptr && notches != 0;
+    }
     default:
         return false;
     }
