@@ -2,11 +2,64 @@
 
 std::atomic<int32_t> KyGdiPlusImage::totalWeight_{0};
 
-RCPtr<KyNativeImage> KyNativeGdiPlusImage::Make(Gdiplus::Bitmap* bitmap) {
-    return RCPtr<KyNativeImage>(new KyNativeGdiPlusImage(bitmap));
+namespace {
+
+// A bitmap over a caller's rows, which go back through release once the bitmap is gone.
+std::shared_ptr<Gdiplus::Bitmap> bitmapOverRows(const Gdiplus::BitmapData& data, void (*release)(void*)) {
+    void* rows = data.Scan0;
+    auto giveBack = [release, rows](Gdiplus::Bitmap* bitmap) {
+        delete bitmap;
+        if (release != nullptr) release(rows);
+    };
+    auto* bitmap = new Gdiplus::Bitmap(static_cast<INT>(data.Width), static_cast<INT>(data.Height), data.Stride,
+                                       data.PixelFormat, static_cast<BYTE*>(rows));
+    // Rows that cannot be wrapped (or no memory for the wrapper) leave an image without pixels.
+    if (bitmap == nullptr || rows == nullptr || bitmap->nativeImage() == nullptr) {
+        giveBack(bitmap);
+        return nullptr;
+    }
+    return std::shared_ptr<Gdiplus::Bitmap>(bitmap, giveBack);
 }
 
-KyNativeGdiPlusImage::~KyNativeGdiPlusImage() { delete bitmap_; }
+}  // namespace
+
+RCPtr<KyNativeImage> KyNativeGdiPlusImage::Make(Gdiplus::Bitmap* bitmap) {
+    return RCPtr<KyNativeImage>(new KyNativeGdiPlusImage(std::shared_ptr<Gdiplus::Bitmap>(bitmap)));
+}
+
+RCPtr<KyNativeImage> KyNativeGdiPlusImage::Make(const Gdiplus::BitmapData& data, void (*release)(void*)) {
+    return RCPtr<KyNativeImage>(new KyNativeGdiPlusImage(bitmapOverRows(data, release)));
+}
+
+RCPtr<KyNativeImage> KyNativeGdiPlusImage::Make(KyTiledImage* tiledImage) {
+    return RCPtr<KyNativeImage>(new KyNativeGdiPlusImage(tiledImage));
+}
+
+KyGraphicsFlags::Status KyNativeGdiPlusImage::LockBits(const HgRect* rect, unsigned int flags, int format,
+                                                       void* data) {
+    if (!bitmap_) return InvalidParameter;
+    auto* caller = static_cast<Gdiplus::BitmapData*>(data);
+    // A lock that fails leaves the rows of the current one alone.
+    Gdiplus::BitmapData rows = caller != nullptr ? *caller : Gdiplus::BitmapData{};
+    const GpRect area = rect != nullptr ? GpRect{rect->x, rect->y, rect->width, rect->height} : GpRect{};
+    const GpStatus status = bitmap_->setStatus(
+        GdipBitmapLockBits(bitmap_->nativeImage(), rect != nullptr ? &area : nullptr, flags, format, &rows));
+    if (status != Ok) return status;
+    bitmapData_ = rows;
+    if (caller != nullptr) *caller = rows;
+    return Ok;
+}
+
+KyGraphicsFlags::Status KyNativeGdiPlusImage::UnlockBits(void*) {
+    if (!bitmap_) return InvalidParameter;
+    return bitmap_->setStatus(GdipBitmapUnlockBits(bitmap_->nativeImage(), &bitmapData_));
+}
+
+int KyNativeGdiPlusImage::GetPixelFormat() {
+    PixelFormat format = 0;
+    if (bitmap_) bitmap_->setStatus(GdipGetImagePixelFormat(bitmap_->image(), &format));
+    return format;
+}
 
 unsigned int KyNativeGdiPlusImage::GetWidth() {
     UINT width = 0;
@@ -18,6 +71,11 @@ unsigned int KyNativeGdiPlusImage::GetHeight() {
     UINT height = 0;
     if (bitmap_) bitmap_->setStatus(GdipGetImageHeight(bitmap_->image(), &height));
     return height;
+}
+
+void KyNativeGdiPlusImage::FlipVertically() {
+    // A half turn mirrored left to right is a mirror top to bottom.
+    if (bitmap_) bitmap_->setStatus(GdipImageRotateFlip(bitmap_->image(), Rotate180FlipX));
 }
 
 uint32_t KyNativeGdiPlusImage::GetPixel(int x, int y) {
@@ -50,3 +108,13 @@ KyGdiPlusImage::KyGdiPlusImage(Gdiplus::Bitmap* bitmap, RCPtr<KyColorSpace> colo
 }
 
 KyGdiPlusImage::~KyGdiPlusImage() { totalWeight_.fetch_sub(weight_); }
+
+void KyGdiPlusImage::GetBounds(HgRect* bounds) {
+    if (bounds != nullptr) *bounds = HgRect{0, 0, static_cast<int>(GetWidth()), static_cast<int>(GetHeight())};
+}
+
+RCPtr<KyNativeImage> KyGdiPlusImage::ColorConvertBits(RCPtr<KyGraphics>&, const CRect*) { return nativeImage_; }
+
+bool KyGdiPlusImage::MakeImageWithDataProvider(bool, bool) { return false; }
+
+bool KyGdiPlusImage::MakeImageFromDIB(RCPtr<KyDataProvider>&) { return false; }

@@ -1,8 +1,9 @@
 /* The GDI+ flat interface as the toolkit draws with it: bitmaps in memory, locking their bits,
- * rotate-flip, a graphics context that draws one bitmap into another through a scale transform
- * (bilinear), and PNG files. Pixels are B, G, R, X (or A) bytes (24bppRGB: B, G, R), rows top-down
- * with a positive stride. Plain functions; a bitmap or graphics object belongs to one thread at a
- * time. Failures are GpStatus values; a null handle argument gives InvalidParameter. */
+ * rotate-flip, graphics contexts that draw one bitmap into another through a scale transform
+ * (bilinear), clear and fill rectangles with a solid brush and hand out their device context, and
+ * PNG files. Pixels are B, G, R, X (or A) bytes (24bppRGB: B, G, R), rows top-down with a
+ * positive stride. Plain functions; a bitmap or graphics object belongs to one thread at a time.
+ * Failures are GpStatus values; a null handle argument gives InvalidParameter. */
 #ifndef KY_GDI_PLUS_FLAT_H
 #define KY_GDI_PLUS_FLAT_H
 
@@ -63,6 +64,18 @@ struct GpImage;
 struct GpBitmap;   // a GpImage
 struct GpGraphics;
 
+/* Brushes (solid fills only); what they hold is this layer's own. */
+struct GpBrush {};
+struct GpSolidFill : GpBrush {};
+
+/* A colour as 0xAARRGGBB, straight alpha. */
+typedef DWORD ARGB;
+
+/* A device context: names the bitmap a graphics context draws into, from GdipGetDC until
+ * GdipReleaseDC, and no longer. */
+struct HDC__;
+typedef HDC__* HDC;
+
 void* GdipAlloc(size_t size);
 void GdipFree(void* pointer);
 
@@ -87,8 +100,23 @@ GpStatus GdipBitmapUnlockBits(GpBitmap* bitmap, BitmapData* data);
 GpStatus GdipImageRotateFlip(GpImage* image, RotateFlipType type);
 GpStatus GdipGetImageWidth(GpImage* image, UINT* width);
 GpStatus GdipGetImageHeight(GpImage* image, UINT* height);
+GpStatus GdipGetImagePixelFormat(GpImage* image, PixelFormat* format);
 GpStatus GdipGetImageGraphicsContext(GpImage* image, GpGraphics** graphics);
 GpStatus GdipDeleteGraphics(GpGraphics* graphics);
+/* The device context of the graphics' bitmap, for any format a graphics can draw on. While it is
+ * held the graphics is busy: drawing and a second GdipGetDC give ObjectBusy until GdipReleaseDC
+ * with that dc (another dc gives InvalidParameter). */
+GpStatus GdipGetDC(GpGraphics* graphics, HDC* dc);
+GpStatus GdipReleaseDC(GpGraphics* graphics, HDC dc);
+/* A new graphics context drawing into the bitmap that dc names, with the identity transform. */
+GpStatus GdipCreateFromHDC(HDC dc, GpGraphics** graphics);
+/* Sets every pixel of the graphics' bitmap to color, whatever the transform. */
+GpStatus GdipGraphicsClear(GpGraphics* graphics, ARGB color);
+GpStatus GdipCreateSolidFill(ARGB color, GpSolidFill** brush);
+GpStatus GdipDeleteBrush(GpBrush* brush);
+/* Fills the rectangle through the world transform, blending the brush's colour source-over into
+ * every pixel whose centre lies inside; a width or height below 0 gives InvalidParameter. */
+GpStatus GdipFillRectangleI(GpGraphics* graphics, GpBrush* brush, INT x, INT y, INT width, INT height);
 GpStatus GdipScaleWorldTransform(GpGraphics* graphics, float sx, float sy, MatrixOrder order);
 /* Draws image at (x, y) through the world transform, sampling bilinearly (edge pixels repeat
  * outward) and blending source-over: every target pixel whose centre lies in the transformed
@@ -130,11 +158,33 @@ GpStatus GdipCreateBitmapFromFile(const WCHAR* filename, GpBitmap** bitmap);
 
 namespace Gdiplus {
 
+using BitmapData = ::BitmapData;
+
+/* Paths are not drawn in this layer; the type names where a drawing context keeps its path. */
+class GraphicsPath;
+
+/* A colour value, 0xAARRGGBB; black by default. */
+class Color {
+public:
+    Color() = default;
+    Color(ARGB argb) : argb_(argb) {}  // NOLINT: a value converts implicitly, as in GDI+
+    Color(BYTE a, BYTE r, BYTE g, BYTE b)
+        : argb_(static_cast<ARGB>(a) << 24 | static_cast<ARGB>(r) << 16 | static_cast<ARGB>(g) << 8 | b) {}
+    ARGB GetValue() const { return argb_; }
+
+private:
+    ARGB argb_ = 0xFF000000;
+};
+
 /* The thin C++ wrapper of a GDI+ bitmap: the handle and the status of the last call. Allocated
  * with GdipAlloc (operator new), so a null result means no memory. */
 class Bitmap {
 public:
     Bitmap(INT width, INT height, PixelFormat format);
+    /* Over the caller's rows, or rows of its own when scan0 is null (GdipCreateBitmapFromScan0). */
+    Bitmap(INT width, INT height, INT stride, PixelFormat format, BYTE* scan0) {
+        lastResult_ = GdipCreateBitmapFromScan0(width, height, stride, format, scan0, &nativeImage_);
+    }
     virtual ~Bitmap();
     Bitmap(const Bitmap&) = delete;
     Bitmap& operator=(const Bitmap&) = delete;
@@ -153,6 +203,36 @@ public:
 
 private:
     GpBitmap* nativeImage_ = nullptr;
+    GpStatus lastResult_ = Ok;
+};
+
+/* The thin C++ wrapper of a GDI+ graphics context: the handle (null when creation failed) and the
+ * status of the last call. Allocated with GdipAlloc as Bitmap is. */
+class Graphics {
+public:
+    /* Draws into bitmap (GdipGetImageGraphicsContext); a null or failed bitmap gives a null handle. */
+    explicit Graphics(Bitmap* bitmap) {
+        lastResult_ = GdipGetImageGraphicsContext(bitmap != nullptr ? bitmap->image() : nullptr, &nativeGraphics_);
+    }
+    explicit Graphics(HDC dc) { lastResult_ = GdipCreateFromHDC(dc, &nativeGraphics_); }
+    ~Graphics() {
+        if (nativeGraphics_ != nullptr) GdipDeleteGraphics(nativeGraphics_);
+    }
+    Graphics(const Graphics&) = delete;
+    Graphics& operator=(const Graphics&) = delete;
+
+    static void* operator new(size_t size) noexcept { return GdipAlloc(size); }
+    static void operator delete(void* pointer) { GdipFree(pointer); }
+
+    GpGraphics* nativeGraphics() const { return nativeGraphics_; }
+    GpStatus GetLastStatus() const { return lastResult_; }
+    GpStatus setStatus(GpStatus status) {
+        if (status != Ok) lastResult_ = status;
+        return status;
+    }
+
+private:
+    GpGraphics* nativeGraphics_ = nullptr;
     GpStatus lastResult_ = Ok;
 };
 

@@ -5,8 +5,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "GdiPlusImage.h"
-#include "GdiPlusPixels.h"
+#include "GdiPlusCoverage.h"
 
 using namespace kyplatform;
 
@@ -48,76 +47,27 @@ Premultiplied sample(const Surface& source, double u, double v) {
         p00.r * w00 + p10.r * w10 + p01.r * w01 + p11.r * w11, p00.a * w00 + p10.a * w10 + p01.a * w01 + p11.a * w11};
 }
 
-void blend(PixelFormat format, BYTE* pixel, const Premultiplied& source) {
-    if (source.a >= 255.0f) {
-        writePremultiplied(format, pixel, source);
-        return;
-    }
-    const Premultiplied under = readPremultiplied(format, pixel);
-    const float keep = 1.0f - source.a / 255.0f;
-    writePremultiplied(
-        format, pixel,
-        {source.b + under.b * keep, source.g + under.g * keep, source.r + under.r * keep, source.a + under.a * keep});
-}
-
-// The device pixels the source rectangle can reach, clipped to the target: [first, last).
-struct Span {
-    INT first;
-    INT last;
-};
-
-Span reach(double a, double b, double c, double d, INT limit) {
-    const double low = std::min({a, b, c, d});
-    const double high = std::max({a, b, c, d});
-    return {static_cast<INT>(std::clamp(std::floor(low), 0.0, static_cast<double>(limit))),
-            static_cast<INT>(std::clamp(std::ceil(high), 0.0, static_cast<double>(limit)))};
-}
-
 }  // namespace
 
 GpStatus GdipDrawImageI(GpGraphics* graphics, GpImage* image, INT x, INT y) {
     if (graphics == nullptr || image == nullptr) return InvalidParameter;
-    GpImage& target = *graphics->target;
-    if (target.lock.active || image->lock.active) return WrongState;
-    const GpGraphics& m = *graphics;
-    const double determinant = m.m11 * m.m22 - m.m12 * m.m21;
-    if (determinant == 0 || !std::isfinite(determinant)) return Ok;
+    const GpStatus state = drawingState(*graphics);
+    if (state != Ok) return state;
+    if (image->lock.active) return WrongState;
 
     // Drawing a bitmap into itself reads from a copy, so no pixel is read after being written.
     PixelMemory copy;
     const BYTE* pixels = image->scan0;
-    if (image == &target) {
+    if (image == graphics->target) {
         copy = allocatePixels(image->stride, image->height);
         if (!copy) return OutOfMemory;
         std::memcpy(copy.get(), image->scan0, static_cast<size_t>(int64_t{image->stride} * image->height));
         pixels = copy.get();
     }
-    const int sourceBpp = bytesPerPixel(image->format);
-    const Surface source{pixels, image->stride, image->width, image->height, image->format, sourceBpp};
-
-    const double left = x;
-    const double top = y;
-    const double right = left + image->width;
-    const double bottom = top + image->height;
-    auto deviceX = [&](double wx, double wy) { return m.m11 * wx + m.m21 * wy + m.dx; };
-    auto deviceY = [&](double wx, double wy) { return m.m12 * wx + m.m22 * wy + m.dy; };
-    const Span columns =
-        reach(deviceX(left, top), deviceX(right, top), deviceX(left, bottom), deviceX(right, bottom), target.width);
-    const Span rows =
-        reach(deviceY(left, top), deviceY(right, top), deviceY(left, bottom), deviceY(right, bottom), target.height);
-
-    const int targetBpp = bytesPerPixel(target.format);
-    for (INT row = rows.first; row < rows.last; ++row) {
-        BYTE* out = target.row(row) + int64_t{columns.first} * targetBpp;
-        for (INT column = columns.first; column < columns.last; ++column, out += targetBpp) {
-            // The world point under this pixel's centre, through the inverse transform.
-            const double px = column + 0.5 - m.dx;
-            const double py = row + 0.5 - m.dy;
-            const double u = (px * m.m22 - py * m.m21) / determinant - left;
-            const double v = (py * m.m11 - px * m.m12) / determinant - top;
-            if (u < 0 || v < 0 || u >= image->width || v >= image->height) continue;
-            blend(target.format, out, sample(source, u, v));
-        }
-    }
+    const Surface source{pixels, image->stride, image->width, image->height, image->format,
+                         bytesPerPixel(image->format)};
+    const PixelFormat targetFormat = graphics->target->format;
+    forEachCoveredPixel(*graphics, x, y, image->width, image->height,
+                        [&](BYTE* out, double u, double v) { blendOver(targetFormat, out, sample(source, u, v)); });
     return Ok;
 }

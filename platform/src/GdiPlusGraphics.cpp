@@ -44,3 +44,13 @@ GpStatus GdipScaleWorldTransform(GpGraphics* graphics, float sx, float sy, Matri
     }
     return Ok;
 }
+
+namespace kyplatform {
+
+GpStatus drawingState(const GpGraphics& graphics) {
+    if (graphics.dcHeld) return ObjectBusy;
+    if (graphics.target->lock.active) return WrongState;
+    return Ok;
+}
+
+}  // namespace kyplatform

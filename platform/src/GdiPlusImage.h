@@ -1,5 +1,5 @@
-// The objects behind the GDI+ handles: a bitmap's pixels and its lock, and a graphics context's
-// target and world transform, shared by the GdiPlus*.cpp files.
+// The objects behind the GDI+ handles: a bitmap's pixels and its lock, a graphics context's
+// target, world transform and device context, and a solid brush, shared by the GdiPlus*.cpp files.
 #ifndef KY_PLATFORM_GDI_PLUS_IMAGE_H
 #define KY_PLATFORM_GDI_PLUS_IMAGE_H
 
@@ -56,16 +56,33 @@ struct GpImage {
 
 struct GpBitmap : GpImage {};
 
+// A device context names the image its graphics context draws into.
+struct HDC__ {
+    GpImage* target = nullptr;
+};
+
 // The world transform maps (x, y) to (m11 x + m21 y + dx, m12 x + m22 y + dy), GDI+'s row-vector form.
+// dcHeld: the device context is out (GdipGetDC), so the graphics is busy until it comes back.
 struct GpGraphics {
     GpImage* target = nullptr;
     double m11 = 1, m12 = 0, m21 = 0, m22 = 1, dx = 0, dy = 0;
+    HDC__ dc;
+    bool dcHeld = false;
 };
 
 namespace kyplatform {
 
+// What a solid fill's handle stands for.
+struct SolidFill : GpSolidFill {
+    ARGB color = 0;
+};
+
 // Every image of this layer is a bitmap.
 inline GpBitmap* asBitmap(GpImage* image) { return static_cast<GpBitmap*>(image); }
+
+/* Ok when the graphics may draw now: WrongState while its target is locked, ObjectBusy while its
+ * device context is out. */
+GpStatus drawingState(const GpGraphics& graphics);
 
 /* A new bitmap owning zeroed memory, rows 4-byte aligned. InvalidParameter for sizes below 1 or an
  * unknown format, OutOfMemory past kMaxPixelBytes. */
