@@ -259,6 +259,33 @@ local KyVideoPlayerWin = Rx.Class("KyVideoPlayerWin")({
         return self._inScrubbing
     end,
 
+    -- The user's sound and speed, kept across play, pause, seeks, scrubbing and the files opened:
+    -- a linear volume from 0 to 1, a mute that keeps playback going, and a rate from 0.25 to 4
+    -- with the sound's pitch kept. Values of another type or outside the range raise.
+    setVolume = function(self, level)
+        self._nativePlayer:setVolume(level)
+    end,
+
+    getVolume = function(self)
+        return self._nativePlayer:getVolume()
+    end,
+
+    setMuted = function(self, flag)
+        self._nativePlayer:setMuted(flag)
+    end,
+
+    isMuted = function(self)
+        return self._nativePlayer:isMuted()
+    end,
+
+    setPlaybackRate = function(self, rate)
+        self._nativePlayer:setPlaybackRate(rate)
+    end,
+
+    getPlaybackRate = function(self)
+        return self._nativePlayer:getPlaybackRate()
+    end,
+
     startTimer = function(self)
         self._currentTimeTimer = KyEventLoop.onPulse(kPulseSeconds, function()
             local state = self:getPlayerState()

@@ -8,7 +8,7 @@ PACKAGES="
 build-essential cmake pkg-config git
 lua5.1 liblua5.1-0-dev python3 python3-cairo
 libgtest-dev libgmock-dev libbenchmark-dev
-libavutil-dev libavformat-dev libavcodec-dev libswscale-dev
+libavutil-dev libavformat-dev libavcodec-dev libswscale-dev libavfilter-dev
 libpng-dev libjpeg62-turbo-dev libsdl2-dev libsdl2-ttf-dev libfontconfig-dev fonts-dejavu-core
 libxslt1-dev libxml2-dev libegl-dev libegl-mesa0 libgl1-mesa-dri pci.ids
 xvfb xauth xdotool x11-apps

@@ -6,12 +6,9 @@
 // Values are plain text that an XSLT stylesheet may quote into Lua source, so they hold no double
 // quote, backslash or line break.
 #include <SDL.h>
-#include <dlfcn.h>
 #include <sys/utsname.h>
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -20,6 +17,7 @@
 #include <string>
 #include <thread>
 
+#include "KyAlsaMessages.h"
 #include "KyHardwareSniffer.h"
 #include "KyHostModules.h"
 #include "KyLoop.h"
@@ -78,60 +76,6 @@ std::string megabytes(uint64_t bytes) {
     return bytes == 0 ? "unknown" : std::to_string(bytes / (1024 * 1024)) + " MB";
 }
 
-// ALSA prints its complaints (a missing alsa.conf, a card that is not there) on standard error.
-// While the report asks SDL about audio, its error handler takes them into the report instead.
-// SDL loads the same library later and finds it loaded, with the handler set.
-class AlsaMessages {
-public:
-    AlsaMessages() {
-        library_ = dlopen("libasound.so.2", RTLD_NOW | RTLD_LOCAL);
-        if (library_ != nullptr) setHandler_ = reinterpret_cast<SetHandler>(dlsym(library_, "snd_lib_error_set_handler"));
-        if (setHandler_ != nullptr) setHandler_(collect);
-    }
-    ~AlsaMessages() {
-        if (setHandler_ != nullptr) setHandler_(nullptr);
-        if (library_ != nullptr) dlclose(library_);
-    }
-    AlsaMessages(const AlsaMessages&) = delete;
-    AlsaMessages& operator=(const AlsaMessages&) = delete;
-
-    /* What ALSA said, "; " between messages; empty when it said nothing. */
-    static std::string taken() {
-        std::lock_guard<std::mutex> hold(mutex());
-        std::string text;
-        for (const std::string& message : messages()) text += (text.empty() ? "" : "; ") + message;
-        messages().clear();
-        return text;
-    }
-
-private:
-    using Handler = void (*)(const char*, int, const char*, int, const char*, ...);
-    using SetHandler = int (*)(Handler);
-    // A broken configuration repeats itself: the first few say it.
-    static constexpr size_t kKept = 4;
-
-    static std::mutex& mutex() {
-        static std::mutex instance;
-        return instance;
-    }
-    static std::vector<std::string>& messages() {
-        static std::vector<std::string> instance;
-        return instance;
-    }
-    static void collect(const char*, int, const char*, int, const char* format, ...) {
-        char text[256];
-        va_list arguments;
-        va_start(arguments, format);
-        std::vsnprintf(text, sizeof text, format, arguments);
-        va_end(arguments);
-        std::lock_guard<std::mutex> hold(mutex());
-        if (messages().size() < kKept) messages().push_back(text);
-    }
-
-    void* library_ = nullptr;
-    SetHandler setHandler_ = nullptr;
-};
-
 SdlFacts sdlFacts() {
     KySdl_quitAtExit();
     SdlFacts facts;
@@ -164,7 +108,7 @@ SdlFacts sdlFacts() {
         }
         SDL_QuitSubSystem(SDL_INIT_VIDEO);
     }
-    const AlsaMessages alsa;
+    const KyAlsaMessages alsa;
     if (SDL_InitSubSystem(SDL_INIT_AUDIO) == 0) {
         add("AudioDriver", SDL_GetCurrentAudioDriver());
         char* name = nullptr;
@@ -181,7 +125,7 @@ SdlFacts sdlFacts() {
     } else {
         add("AudioOutput", std::string("none: ") + SDL_GetError());
     }
-    if (const std::string said = AlsaMessages::taken(); !said.empty()) add("AudioMessages", "ALSA: " + said);
+    if (const std::string said = KyAlsaMessages::taken(); !said.empty()) add("AudioMessages", "ALSA: " + said);
     return facts;
 }
 

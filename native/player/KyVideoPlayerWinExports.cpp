@@ -2,6 +2,7 @@
 // and the message sink that carries NativePlayer's states and failures back as cargo through a
 // transit queue. The Lua object owns the native state by a shared pointer; NativePlayer reaches
 // back only through a weak pointer, so late call-backs find nothing once the state has ended.
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -138,6 +139,50 @@ int setPosition(void* record, lua_State* L) {
     return 0;
 }
 
+// Volume, mute and rate: a value of the wrong type or outside the player's range raises, and
+// changes nothing.
+int setVolume(void* record, lua_State* L) {
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    NativePlayer& player = playerOf(record, &keep);
+    if (lua_type(L, 2) != LUA_TNUMBER || FAILED(player.setVolume(lua_tonumber(L, 2)))) {
+        KyLua_throwProgramError(L, "setVolume: the level must be a number from 0 to 1");
+    }
+    return 0;
+}
+
+int setMuted(void* record, lua_State* L) {
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    NativePlayer& player = playerOf(record, &keep);
+    if (lua_type(L, 2) != LUA_TBOOLEAN) KyLua_throwProgramError(L, "setMuted: the flag must be a boolean");
+    player.setMuted(lua_toboolean(L, 2) != 0);
+    return 0;
+}
+
+int setPlaybackRate(void* record, lua_State* L) {
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    NativePlayer& player = playerOf(record, &keep);
+    if (lua_type(L, 2) != LUA_TNUMBER || player.setPlaybackRate(lua_tonumber(L, 2)) == E_INVALIDARG) {
+        char text[96];
+        std::snprintf(text, sizeof text, "setPlaybackRate: the rate must be a number from %g to %g",
+                      NativePlayer::kMinPlaybackRate, NativePlayer::kMaxPlaybackRate);
+        KyLua_throwProgramError(L, text);
+    }
+    return 0;
+}
+
+template <double (NativePlayer::*value)() const>
+int pushNumber(void* record, lua_State* L) {
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    lua_pushnumber(L, (playerOf(record, &keep).*value)());
+    return 1;
+}
+
+int isMuted(void* record, lua_State* L) {
+    std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
+    lua_pushboolean(L, playerOf(record, &keep).isMuted() ? 1 : 0);
+    return 1;
+}
+
 int setPosterFrame(void* record, lua_State* L) {
     std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
     NativePlayer& player = playerOf(record, &keep);
@@ -173,6 +218,12 @@ const KyDirectObjectMethodRow kPlayerMethods[] = {
     {"setPosition", setPosition},
     {"beginScrubbing", callOperation<&NativePlayer::beginScrubbing>},
     {"endScrubbing", callOperation<&NativePlayer::endScrubbing>},
+    {"setVolume", setVolume},
+    {"getVolume", pushNumber<&NativePlayer::getVolume>},
+    {"setMuted", setMuted},
+    {"isMuted", isMuted},
+    {"setPlaybackRate", setPlaybackRate},
+    {"getPlaybackRate", pushNumber<&NativePlayer::getPlaybackRate>},
     {"closePlayer", callOperation<&NativePlayer::shutdown>},
     {"closeURL", callOperation<&NativePlayer::closeURL>},
     {"setPosterFrame", setPosterFrame},

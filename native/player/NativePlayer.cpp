@@ -217,10 +217,11 @@ HRESULT NativePlayer::startPlayback() {
 }
 
 HRESULT NativePlayer::closeSession() {
-    playRate = 1.0f;
     pausingForEnd = false;
+    scrubbing = false;
     SafeRelease(videoDisplay);
     SafeRelease(rateControl);
+    SafeRelease(audioVolume);
     SafeRelease(clock);
     HRESULT hr = S_OK;
     if (session != nullptr) {
@@ -298,11 +299,10 @@ HRESULT NativePlayer::onTopologyStatus(IMFMediaEvent* event) {
     SafeRelease(videoDisplay);
     MFGetService(session, MR_VIDEO_RENDER_SERVICE, IID_IMFVideoDisplayControl, reinterpret_cast<void**>(&videoDisplay));
     SafeRelease(rateControl);
-    if (SUCCEEDED(MFGetService(session, MF_RATE_CONTROL_SERVICE, IID_IMFRateControl,
-                               reinterpret_cast<void**>(&rateControl)))) {
-        float rate = 0.0f;
-        if (SUCCEEDED(rateControl->GetRate(nullptr, &rate))) playRate = rate;
-    }
+    MFGetService(session, MF_RATE_CONTROL_SERVICE, IID_IMFRateControl, reinterpret_cast<void**>(&rateControl));
+    SafeRelease(audioVolume);
+    MFGetService(session, MR_POLICY_VOLUME_SERVICE, IID_IMFSimpleAudioVolume, reinterpret_cast<void**>(&audioVolume));
+    applyUserSettings();
     setState(ready);
     SafeRelease(clock);
     return session->GetClock(&clock);

@@ -4,7 +4,9 @@
  * the main thread and it answers only through its PlayerMessageSink (a state name, or an error
  * text). Invoke alone runs on a work-queue thread: it posts each event to eventWindow as message
  * kPlayerEventMessage, whose handling on the main thread calls handleEvent. Operations return
- * HRESULTs and never throw; a request the state does not accept does nothing and reports nothing. */
+ * HRESULTs and never throw; a request the state does not accept does nothing and reports nothing.
+ * The volume, mute and playback rate are the user's: they hold across play, pause, seeks,
+ * scrubbing and the URLs opened, and each new session is given them once its topology is ready. */
 #ifndef VIDEO_TOOLKIT_NATIVE_PLAYER_H
 #define VIDEO_TOOLKIT_NATIVE_PLAYER_H
 
@@ -35,6 +37,10 @@ public:
     static HRESULT createInstance(HWND videoWindow, HWND eventWindow, std::shared_ptr<NativePlayer>* out,
                                   PlayerMessageSink sink);
 
+    /* The playback rates offered, sound included (its pitch kept). */
+    static constexpr double kMinPlaybackRate = 0.25;
+    static constexpr double kMaxPlaybackRate = 4.0;
+
     HRESULT initialize();
     HRESULT openURL(const std::wstring& url);
     HRESULT closeURL();
@@ -54,8 +60,17 @@ public:
     HRESULT setPosition(LONGLONG position);
     LONGLONG currentTime();
     LONGLONG duration();
+    /* Scrubbing runs the session at rate 0; its end goes back to the playback rate. */
     HRESULT beginScrubbing();
     HRESULT endScrubbing();
+    /* E_INVALIDARG, changing nothing, outside [kMinPlaybackRate, kMaxPlaybackRate]. */
+    HRESULT setPlaybackRate(double rate);
+    double getPlaybackRate() const { return playRate; }
+    /* A linear gain: E_INVALIDARG, changing nothing, outside [0, 1]. */
+    HRESULT setVolume(double level);
+    double getVolume() const { return volume; }
+    HRESULT setMuted(bool mute);
+    bool isMuted() const { return muted; }
     HRESULT resizeVideo(uint16_t width, uint16_t height);
     HRESULT repaintVideo();
     HRESULT getVideoPosition(RECT* rect);
@@ -93,6 +108,8 @@ private:
     HRESULT addOutputNode(IMFTopology* topology, IMFStreamDescriptor* streamDescriptor, HWND window,
                           IMFTopologyNode** node);
     HRESULT startPlayback();
+    /* Gives a session whose topology is ready the user's rate, volume and mute. */
+    void applyUserSettings();
     HRESULT closeSession();
     void setState(State state);
     void reportFailure(HRESULT code);
@@ -105,6 +122,7 @@ private:
     IMFVideoDisplayControl* videoDisplay = nullptr;
     IMFClock* clock = nullptr;
     IMFRateControl* rateControl = nullptr;
+    IMFSimpleAudioVolume* audioVolume = nullptr;
     HWND videoWindow;
     HWND eventWindow;
     // Read without a lock by Invoke, to drop events while closing.
@@ -113,7 +131,10 @@ private:
     // an earlier session still queued for the window, which would otherwise act on this one.
     std::atomic<UINT64> sessionSerial{0};
     HANDLE closeEvent = nullptr;
-    float playRate = 1.0f;
+    double playRate = 1.0;
+    double volume = 1.0;
+    bool muted = false;
+    bool scrubbing = false;
     bool pausingForEnd = false;
     bool platformStarted = false;
 };

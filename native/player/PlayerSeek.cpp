@@ -32,10 +32,12 @@ LONGLONG NativePlayer::duration() {
 
 HRESULT NativePlayer::beginScrubbing() {
     if (session == nullptr || rateControl == nullptr) return MF_E_UNEXPECTED;
+    scrubbing = true;
     return rateControl->SetRate(FALSE, 0.0f);
 }
 
 HRESULT NativePlayer::endScrubbing() {
     if (session == nullptr || rateControl == nullptr) return MF_E_UNEXPECTED;
-    return rateControl->SetRate(FALSE, playRate);
+    scrubbing = false;
+    return rateControl->SetRate(FALSE, static_cast<float>(playRate));
 }

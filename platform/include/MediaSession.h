@@ -1,9 +1,10 @@
 /* The Media Foundation playback pipeline the toolkit drives, under its published names: the media
  * session with its event generator, topologies of source and output nodes, presentation
  * descriptors, renderer activation objects, the presentation clock, rate control (rate 0 is
- * scrubbing) and the video display control. Backed by FFmpeg (demux, decode on threads of the
- * engine), SDL2 audio (the master clock; the dummy driver where no device exists) and the windows
- * of Win32Window.h (video drawn into the destination rectangle, aspect ratio kept).
+ * scrubbing), the audio volume and the video display control. Backed by FFmpeg (demux, decode on
+ * threads of the engine; audio at other rates stretched by libavfilter's atempo, pitch kept), SDL2
+ * audio (the master clock; the dummy driver where no device exists) and the windows of
+ * Win32Window.h (video drawn into the destination rectangle, aspect ratio kept).
  *
  * Ownership follows COM. Threads: the session's methods may be called from one thread at a time
  * (the application's main thread); IMFAsyncCallback::Invoke runs on a work-queue thread of this
@@ -47,12 +48,14 @@ extern const GUID MF_TOPONODE_STREAMID;             // UINT32
 extern const GUID MF_TOPONODE_NOSHUTDOWN_ON_REMOVE; // UINT32
 extern const GUID MR_VIDEO_RENDER_SERVICE;
 extern const GUID MF_RATE_CONTROL_SERVICE;
+extern const GUID MR_POLICY_VOLUME_SERVICE;
 extern const IID IID_IMFAsyncCallback;
 extern const IID IID_IMFMediaEventGenerator;
 extern const IID IID_IMFMediaSession;
 extern const IID IID_IMFPresentationDescriptor;
 extern const IID IID_IMFVideoDisplayControl;
 extern const IID IID_IMFRateControl;
+extern const IID IID_IMFSimpleAudioVolume;
 
 struct IMFAsyncResult : IUnknown {
     virtual HRESULT GetState(IUnknown** state) = 0;
@@ -119,9 +122,23 @@ struct IMFClock : IUnknown {
 
 struct IMFRateControl : IUnknown {
     /* 0.0 is scrubbing: the clock stands and each Start shows the frame at its position, followed
-     * by MESessionScrubSampleComplete. MESessionRateChanged reports the change. */
+     * by MESessionScrubSampleComplete. Above 0 (up to 64) the clock runs at the rate and the sound
+     * is stretched to it with its pitch kept; a change while playing is heard within a device
+     * buffer or two. MESessionRateChanged reports the change; MF_E_INVALIDREQUEST for a negative
+     * rate, past 64, or thinning. The rate holds across Start, Pause, Stop and seeks. */
     virtual HRESULT SetRate(BOOL thin, float rate) = 0;
     virtual HRESULT GetRate(BOOL* thin, float* rate) = 0;
+};
+
+/* The session's volume (MR_POLICY_VOLUME_SERVICE): a linear gain from 0 (silent) to 1 (as decoded)
+ * and a mute that silences without stopping playback or the clock. Both belong to the session and
+ * hold across its topologies; they apply to what the device plays next. The session's thread.
+ * SetMasterVolume: E_INVALIDARG outside [0, 1]; MF_E_SHUTDOWN after Shutdown. */
+struct IMFSimpleAudioVolume : IUnknown {
+    virtual HRESULT SetMasterVolume(float level) = 0;
+    virtual HRESULT GetMasterVolume(float* level) = 0;
+    virtual HRESULT SetMute(BOOL mute) = 0;
+    virtual HRESULT GetMute(BOOL* mute) = 0;
 };
 
 struct MFVideoNormalizedRect {
@@ -171,7 +188,8 @@ HRESULT MFCreateTopologyNode(MF_TOPOLOGY_TYPE type, IMFTopologyNode** node);
 HRESULT MFCreateVideoRendererActivate(HWND window, IMFActivate** activate);
 HRESULT MFCreateAudioRendererActivate(IMFActivate** activate);
 /* The service of an object that has one (the session: MR_VIDEO_RENDER_SERVICE once a topology
- * with video is ready, MF_RATE_CONTROL_SERVICE); MF_E_UNSUPPORTED_SERVICE-like E_NOINTERFACE. */
+ * with video is ready, MF_RATE_CONTROL_SERVICE, MR_POLICY_VOLUME_SERVICE);
+ * MF_E_UNSUPPORTED_SERVICE-like E_NOINTERFACE. */
 HRESULT MFGetService(IUnknown* object, REFGUID service, REFIID riid, void** ppv);
 
 #endif

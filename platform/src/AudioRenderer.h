@@ -1,7 +1,11 @@
 // The audio renderer: SDL2 audio output of the engine's resampled samples, started with playback.
 // What it hands to the device pulls the presentation clock, which makes audio the master clock.
-// Without a usable device it falls back to SDL's dummy driver, and without that it stays silent
-// while the session's scheduler drops the samples the clock has passed.
+// At a rate other than 1 the samples are stretched (AudioStretcher) on the device's thread as they
+// are needed, so a new rate or a seek drops only what the stretcher holds; the clock is pulled to
+// the media time of what is heard. The gain scales the samples last, so that muting keeps them
+// flowing and the clock running. Without a usable device it falls back to SDL's dummy driver, and
+// without that it stays silent while the session's scheduler drops the samples the clock has passed.
+// Methods run on the session's thread; the device's thread only calls fill.
 #ifndef KY_PLATFORM_AUDIO_RENDERER_H
 #define KY_PLATFORM_AUDIO_RENDERER_H
 
@@ -9,6 +13,7 @@
 
 #include <mutex>
 
+#include "AudioStretcher.h"
 #include "PlaybackTypes.h"
 #include "PresentationClock.h"
 
@@ -25,8 +30,12 @@ public:
 
     /* Plays chunks of the current generation against clock; opens the device on first use. */
     void start(BoundedQueue<AudioChunk>* chunks, PresentationClock* clock, SeekState* seek);
-    /* Silence without closing the device (pause, stop, rates other than 1). */
+    /* Silence without closing the device (pause, stop, scrubbing). */
     void silence();
+    /* The playback rate (> 0) the samples are stretched to from the next device callback on. */
+    void setRate(float rate);
+    /* 0 (silent) to 1 (as decoded), applied to every sample played. */
+    void setGain(float gain);
     /* Closes the device and lets go of the engine's queue; start() may open it again. */
     void close();
 
@@ -36,6 +45,8 @@ private:
     ~AudioRenderer() { close(); }
     static void feed(void* self, Uint8* stream, int length);
     void fill(Uint8* stream, size_t length);
+    /* With mutex_: puts the next samples of generation into the stretcher; false when none. */
+    bool feedStretcher(unsigned generation);
     bool openDevice();
 
     ComRefCount refs_;
@@ -45,7 +56,14 @@ private:
     SeekState* seek_ = nullptr;
     bool playing_ = false;
     SDL_AudioDeviceID device_ = 0;
-    LONGLONG latency_ = 0;
+    LONGLONG latency_ = 0;  // of the device's buffer, in system time
+    float rate_ = 1.0f;
+    float gain_ = 1.0f;
+    AudioStretcher stretcher_;
+    // What the stretcher was last reset for; fresh_ false forces a reset.
+    bool fresh_ = false;
+    float stretchRate_ = 1.0f;
+    unsigned stretchGeneration_ = 0;
 };
 
 }  // namespace kyplatform

@@ -1,6 +1,6 @@
 // MFCreateMediaSession and the session: it resolves a topology of file source streams and
 // renderers into a playback engine, a scheduler and the renderers, and turns Start, Pause, Stop,
-// SetRate and Close into their events. Its methods run on the application's thread; the
+// SetRate and Close into their events; its rate and volume outlive its topologies. Its methods run on the application's thread; the
 // scheduler's thread only queues events and marks the end.
 #include <atomic>
 #include <memory>
@@ -78,7 +78,10 @@ HRESULT resolve(IMFTopology* topology, Resolved* resolved) {
     return resolved->path.empty() ? MF_E_TOPO_CODEC_NOT_FOUND : S_OK;
 }
 
-class MediaSession final : public IMFMediaSession, public IMFGetService, public IMFRateControl {
+class MediaSession final : public IMFMediaSession,
+                           public IMFGetService,
+                           public IMFRateControl,
+                           public IMFSimpleAudioVolume {
 public:
     HRESULT QueryInterface(REFIID riid, void** ppv) override {
         if (ppv == nullptr) return E_POINTER;
@@ -89,6 +92,8 @@ public:
             *ppv = static_cast<IMFGetService*>(this);
         } else if (riid == IID_IMFRateControl) {
             *ppv = static_cast<IMFRateControl*>(this);
+        } else if (riid == IID_IMFSimpleAudioVolume) {
+            *ppv = static_cast<IMFSimpleAudioVolume*>(this);
         } else {
             return E_NOINTERFACE;
         }
@@ -119,6 +124,7 @@ public:
         if (SUCCEEDED(hr)) {
             video_ = resolved.video;
             audio_ = resolved.audio;
+            if (audio_) audio_->setGain(gain());
             duration_ = resolved.duration;
             clock_->setPosition(0);
             PlaybackScheduler::Listener listener;
@@ -223,10 +229,11 @@ public:
         if (state_ == State::ShutDown) return MF_E_SHUTDOWN;
         if (service == MR_VIDEO_RENDER_SERVICE && video_) return video_->QueryInterface(riid, ppv);
         if (service == MF_RATE_CONTROL_SERVICE && riid == IID_IMFRateControl) return QueryInterface(riid, ppv);
+        if (service == MR_POLICY_VOLUME_SERVICE && riid == IID_IMFSimpleAudioVolume) return QueryInterface(riid, ppv);
         return E_NOINTERFACE;
     }
 
-    // Thinning is not offered; any rate from 0 (scrubbing) up plays, with sound at rate 1 only.
+    // Thinning is not offered; any rate from 0 (scrubbing) up plays, with sound at every rate above 0.
     HRESULT SetRate(BOOL thin, float rate) override {
         if (HRESULT hr = usable(); FAILED(hr)) return hr;
         if (thin || !(rate >= 0.0f) || rate > 64.0f) return MF_E_INVALIDREQUEST;
@@ -244,6 +251,30 @@ public:
         if (rate == nullptr) return E_POINTER;
         if (thin != nullptr) *thin = FALSE;
         *rate = rate_;
+        return S_OK;
+    }
+
+    HRESULT SetMasterVolume(float level) override {
+        if (state_ == State::ShutDown) return MF_E_SHUTDOWN;
+        if (!(level >= 0.0f && level <= 1.0f)) return E_INVALIDARG;
+        volume_ = level;
+        if (audio_) audio_->setGain(gain());
+        return S_OK;
+    }
+    HRESULT GetMasterVolume(float* level) override {
+        if (level == nullptr) return E_POINTER;
+        *level = volume_;
+        return S_OK;
+    }
+    HRESULT SetMute(BOOL mute) override {
+        if (state_ == State::ShutDown) return MF_E_SHUTDOWN;
+        muted_ = mute != FALSE;
+        if (audio_) audio_->setGain(gain());
+        return S_OK;
+    }
+    HRESULT GetMute(BOOL* mute) override {
+        if (mute == nullptr) return E_POINTER;
+        *mute = muted_ ? TRUE : FALSE;
         return S_OK;
     }
 
@@ -279,10 +310,13 @@ private:
         return true;
     }
 
-    // Sound only while started at the normal rate; the device opens on the first such start.
+    float gain() const { return muted_ ? 0.0f : volume_; }
+
+    // Sound only while started and not scrubbing; the device opens on the first such start.
     void updateAudio() {
         if (!audio_ || !engine_) return;
-        if (state_ == State::Started && rate_ == 1.0f) {
+        if (state_ == State::Started && rate_ > 0.0f) {
+            audio_->setRate(rate_);
             audio_->start(&engine_->chunks(), clock_.get(), &engine_->seekState());
         } else {
             audio_->silence();
@@ -316,6 +350,8 @@ private:
     const ComPtr<PresentationClock> clock_ = ComPtr<PresentationClock>::adopt(PresentationClock::create());
     std::atomic<State> state_{State::Empty};
     float rate_ = 1.0f;
+    float volume_ = 1.0f;
+    bool muted_ = false;
     LONGLONG duration_ = 0;
     ComPtr<VideoRenderer> video_;
     ComPtr<AudioRenderer> audio_;
