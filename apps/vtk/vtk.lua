@@ -153,19 +153,32 @@ end
 
 commands.play = {
     summary = "play a video in a window with sound",
-    usage = "vtk play FILE [--headless] [--paused] [--seek SECONDS] [--screenshot OUT.png]",
+    usage = "vtk play FILE [--keep-open] [--paused] [--seek SECONDS] [--headless] [--screenshot OUT.png]",
     help = [[
-Plays FILE in a window of its own, with sound where the machine has an output.
-Keys: space play/pause, left/right seek 5 s, comma/period step one frame back/on (scrubbing),
-s stop, q or Escape quit.
+Plays FILE in a window of its own, with sound where the machine has an output. The window opens
+at the video's size, made smaller where the screen needs it, and vtk ends with the clip.
+--keep-open        stay open at the end of the clip.
 --seek SECONDS     start at that time instead of the beginning.
 --paused           open showing the first frame (or the one at --seek) without playing.
 --screenshot PATH  show the frame at --seek (or the first frame), write the window's picture
                    to PATH as PNG and quit.
---headless         draw offscreen with silent audio, for scripts and machines without a display;
-                   without --screenshot the file plays to its end and vtk quits.]],
+--headless         draw offscreen with silent audio, for scripts and machines without a display.
+
+Keys:
+  space            play / pause
+  left, right      back / on 5 seconds
+  comma, period    one frame back / on
+  home, end        the first / last frame
+  up, down         volume up / down (or the mouse wheel)
+  m                mute / unmute
+  [, ]             slower / faster (0.25x to 4x, the sound's pitch kept)
+  f                full screen / window (or a double click on the picture)
+  s                stop: back to the first frame
+  q                quit; Escape leaves full screen, else quits
+Click the clock for the frame's timecode.]],
     run = function(args)
-        local options, files = Options.parse(args, { headless = false, paused = false, seek = true, screenshot = true })
+        local options, files = Options.parse(args,
+            { headless = false, paused = false, seek = true, screenshot = true, ["keep-open"] = false })
         if #files ~= 1 then
             usageError("play needs exactly one FILE")
         end
@@ -181,7 +194,7 @@ s stop, q or Escape quit.
         end
         local play = vtkHost.load("VtkPlayer")
         return play({ file = files[1], seek = seek, screenshot = options.screenshot, headless = options.headless,
-            paused = options.paused })
+            paused = options.paused, keepOpen = options["keep-open"] })
     end,
 }
 

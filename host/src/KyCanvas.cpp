@@ -223,10 +223,9 @@ int fade(lua_State* L) {
     ky::Canvas& canvas = ky::checkCanvas(L, 1);
     const lua_Number factor = luaL_checknumber(L, 2);
     luaL_argcheck(L, factor >= 0 && factor <= 1, 2, "the factor must be 0 to 1");
-    const int scaled = static_cast<int>(std::lround(factor * 256));
-    for (size_t alpha = 3; alpha < canvas.bgra.size(); alpha += 4) {
-        canvas.bgra[alpha] = static_cast<uint8_t>(canvas.bgra[alpha] * scaled >> 8);
-    }
+    uint8_t faded[256];
+    for (int alpha = 0; alpha < 256; ++alpha) faded[alpha] = static_cast<uint8_t>(std::lround(alpha * factor));
+    for (size_t alpha = 3; alpha < canvas.bgra.size(); alpha += 4) canvas.bgra[alpha] = faded[canvas.bgra[alpha]];
     return 0;
 }
 

@@ -127,18 +127,30 @@ BOOL KyWindow_setFullscreen(HWND handle, BOOL fullscreen) {
     if (window == nullptr) {
         return FALSE;
     }
-    // The desktop's own mode: no mode switch, so leaving is instant and the picture stays sharp.
-    if (SDL_SetWindowFullscreen(window->sdlWindow, fullscreen ? SDL_WINDOW_FULLSCREEN_DESKTOP : 0) != 0) {
-        SetLastError(ERROR_GEN_FAILURE);
-        return FALSE;
+    if ((fullscreen != FALSE) == window->fullscreen) {
+        return TRUE;
     }
+    // A frameless window over the whole display, rather than SDL's full-screen state: that asks the
+    // window manager, and without one (a kiosk, Xvfb) nothing would happen. Window managers treat
+    // a frameless window that covers its display as full screen.
+    SDL_Rect target = window->windowed;
+    if (fullscreen) {
+        const int display = SDL_GetWindowDisplayIndex(window->sdlWindow);
+        if (display < 0 || SDL_GetDisplayBounds(display, &target) != 0) {
+            SetLastError(ERROR_GEN_FAILURE);
+            return FALSE;
+        }
+        SDL_GetWindowPosition(window->sdlWindow, &window->windowed.x, &window->windowed.y);
+        SDL_GetWindowSize(window->sdlWindow, &window->windowed.w, &window->windowed.h);
+    }
+    window->fullscreen = fullscreen != FALSE;
+    SDL_SetWindowBordered(window->sdlWindow, fullscreen ? SDL_FALSE : SDL_TRUE);
+    SDL_SetWindowSize(window->sdlWindow, target.w, target.h);
+    SDL_SetWindowPosition(window->sdlWindow, target.x, target.y);
     return TRUE;
 }
 
 BOOL KyWindow_isFullscreen(HWND handle) {
-    Window* window = kywindow::findWindow(handle);
-    if (window == nullptr) {
-        return FALSE;
-    }
-    return (SDL_GetWindowFlags(window->sdlWindow) & SDL_WINDOW_FULLSCREEN) != 0 ? TRUE : FALSE;
+    const Window* window = kywindow::findWindow(handle);
+    return window != nullptr && window->fullscreen ? TRUE : FALSE;
 }

@@ -17,6 +17,8 @@ struct Window {
     SDL_Window* sdlWindow = nullptr;
     SDL_Renderer* renderer = nullptr;
     SDL_Texture* picture = nullptr;  // the last presented picture, for repaints
+    SDL_Rect pictureArea{};          // the part of the picture texture that holds the picture
+    bool framed = false;             // the bars and overlay shown fit destination, until a clear
     RECT destination{};
     SDL_Texture* overlay = nullptr;  // drawn over the picture, blended by its alpha
     RECT overlayDestination{};
@@ -24,6 +26,8 @@ struct Window {
     std::wstring className;
     LONG_PTR userData = 0;
     bool destroying = false;
+    bool fullscreen = false;
+    SDL_Rect windowed{};  // the client area's place and size before it went full screen
     bool paintQueued = false;  // under the registry's lock: InvalidateRect comes from any thread
 
     ~Window();

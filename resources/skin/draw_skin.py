@@ -71,25 +71,29 @@ def mirrored(draw):
     return flipped
 
 
+# The transport glyphs share one box, 7 to 18 high on a 25 x 25 button, so that play, pause and
+# the frame steps stand the same size on one baseline.
+GLYPH_TOP, GLYPH_BOTTOM = 7, 18
+
+
 def play(ctx, w, h):
     ctx.set_source_rgb(*GLYPH)
-    polygon(ctx, (9.5, 6.5), (19, 12.5), (9.5, 18.5))
+    polygon(ctx, (8.5, GLYPH_TOP), (17.5, (GLYPH_TOP + GLYPH_BOTTOM) / 2), (8.5, GLYPH_BOTTOM))
     fill_soft(ctx)
 
 
 def pause(ctx, w, h):
     ctx.set_source_rgb(*GLYPH)
-    for x in (8, 14):
-        rounded_rect(ctx, x, 7, 3, 11, 0.75)
-    ctx.fill()
+    for x in (8.5, 14.5):
+        rounded_rect(ctx, x, GLYPH_TOP, 2.5, GLYPH_BOTTOM - GLYPH_TOP, 0.75)
+    fill_soft(ctx)
 
 
 def next_frame(ctx, w, h):
     ctx.set_source_rgb(*GLYPH)
-    polygon(ctx, (7.5, 7.5), (15, 12.5), (7.5, 17.5))
+    polygon(ctx, (7.5, GLYPH_TOP), (15, (GLYPH_TOP + GLYPH_BOTTOM) / 2), (7.5, GLYPH_BOTTOM))
+    rounded_rect(ctx, 15.5, GLYPH_TOP, 2, GLYPH_BOTTOM - GLYPH_TOP, 0.5)
     fill_soft(ctx)
-    rounded_rect(ctx, 16, 7, 2, 11, 0.5)
-    ctx.fill()
 
 
 def cross(ctx, low, high, width):

@@ -20,6 +20,23 @@ T.case("fill blends source-over with straight alpha and clips", function()
     T.raises(function() KyCanvas.new(0, 5) end, nil, "width must be 1 to 16384")
 end)
 
+T.case("polygons cover by area with the nonzero rule; fade scales alpha", function()
+    local canvas = KyCanvas.new(10, 10)
+    -- A square with a hole wound the same way stays filled; an edge through a pixel's middle half covers it.
+    canvas:polygon({ 1, 1, 5.5, 1, 5.5, 9, 1, 9 }, 255, 255, 255)
+    canvas:polygon({ 6, 1, 9, 1, 9, 9, 6, 9, 7, 3, 8, 3, 8, 6, 7, 6 }, 0, 255, 0)
+    for _, row in ipairs({
+        { 3, 4, "255,255,255,255", "inside" }, { 5, 4, "255,255,255,128", "half covered" },
+        { 0, 0, "0,0,0,0", "outside" }, { 7, 4, "0,255,0,255", "a same-way hole stays filled" },
+    }) do
+        T.eq(pixel(canvas, row[1], row[2]), row[3], row[4])
+    end
+    canvas:fade(0.5)
+    T.eq(pixel(canvas, 3, 4), "255,255,255,128", "faded to half")
+    T.raises(function() canvas:polygon({ 1, 2, 3, 4 }, 0, 0, 0) end, nil, "3 to 1024 pairs")
+    T.raises(function() canvas:fade(2) end, nil, "0 to 1")
+end)
+
 T.case("draw copies, scales by the nearest pixel and takes a part of the source", function()
     local path = os.tmpname() .. ".png"
     local _, status = media.run("ffmpeg -v error -nostdin -y -filter_complex "

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "MediaFiles.h"
@@ -83,47 +84,34 @@ std::string cameraMov() {
 
 std::string untaggedMp4() { return testmedia::make("store-untagged.mp4", kVideo + "-map_metadata -1"); }
 
-TEST(PropertyStore, Mp4CreationTimeAndLocation) {
-    const std::string path = taggedMp4();
-    ASSERT_FALSE(path.empty());
-    // MP4 keeps the altitude as a float in its loci box, so it reads back as 35.199997.
-    EXPECT_EQ(propertyTexts(path), (Texts{L"2021/06/15:14:30:00.000", L"48; 51; 27.72", L"N", L"2; 17; 42", L"E",
-                                          L"35.199997", L"0", L"", L""}));
-}
-
-TEST(PropertyStore, MovMakeModelAndSouthernLocation) {
-    const std::string path = cameraMov();
-    ASSERT_FALSE(path.empty());
-    EXPECT_EQ(propertyTexts(path), (Texts{L"", L"33; 51; 24.48", L"S", L"151; 12; 55.08", L"E", L"", L"",
-                                          L"TestModel", L"TestMake"}));
-}
-
-TEST(PropertyStore, PhoneClipWithQuickTimeKeys) {
-    // creation_time names another day, so the date shows which key won.
-    const std::string path = testmedia::make(
-        "store-phone.mov",
-        kVideo + "-movflags use_metadata_tags -metadata creation_time=2022-01-01T00:00:00Z "
-                 "-metadata com.apple.quicktime.creationdate=2021-06-15T16:30:00+0200 "
-                 "-metadata com.apple.quicktime.location.ISO6709=+40.6892-074.0445-012.500/ "
-                 "-metadata com.apple.quicktime.make=TestMake -metadata 'com.apple.quicktime.model=TestCam X1'");
-    ASSERT_FALSE(path.empty());
-    EXPECT_EQ(propertyTexts(path), (Texts{L"2021/06/15:14:30:00.000", L"40; 41; 21.12", L"N", L"74; 2; 40.2", L"W",
-                                          L"12.5", L"1", L"TestCam X1", L"TestMake"}));
-}
-
-TEST(PropertyStore, WebmCreationTimeKeepsMilliseconds) {
-    const std::string path = testmedia::make(
-        "store-recording.webm",
-        "-f lavfi -i testsrc2=size=160x120:rate=10:duration=1 -c:v libvpx-vp9 -deadline realtime -cpu-used 8 "
-        "-metadata creation_time=2021-06-15T14:30:00.250Z");
-    ASSERT_FALSE(path.empty());
-    EXPECT_EQ(propertyTexts(path), (Texts{L"2021/06/15:14:30:00.250", L"", L"", L"", L"", L"", L"", L"", L""}));
-}
-
-TEST(PropertyStore, FileWithoutTagsGivesNothing) {
-    const std::string path = untaggedMp4();
-    ASSERT_FALSE(path.empty());
-    EXPECT_EQ(propertyTexts(path), Texts(9));
+// Each file's texts in the toolkit's order: date, latitude and its reference, longitude and its
+// reference, altitude and its reference, camera model and make.
+TEST(PropertyStore, ReadsTheTagsOfEachKindOfFile) {
+    const std::pair<std::string, Texts> files[] = {
+        // MP4 keeps the altitude as a float in its loci box, so it reads back as 35.199997.
+        {taggedMp4(), {L"2021/06/15:14:30:00.000", L"48; 51; 27.72", L"N", L"2; 17; 42", L"E", L"35.199997", L"0", L"",
+                       L""}},
+        {cameraMov(), {L"", L"33; 51; 24.48", L"S", L"151; 12; 55.08", L"E", L"", L"", L"TestModel", L"TestMake"}},
+        // A phone's QuickTime keys; creation_time names another day, so the date shows which key won.
+        {testmedia::make("store-phone.mov",
+                         kVideo + "-movflags use_metadata_tags -metadata creation_time=2022-01-01T00:00:00Z "
+                                  "-metadata com.apple.quicktime.creationdate=2021-06-15T16:30:00+0200 "
+                                  "-metadata com.apple.quicktime.location.ISO6709=+40.6892-074.0445-012.500/ "
+                                  "-metadata com.apple.quicktime.make=TestMake "
+                                  "-metadata 'com.apple.quicktime.model=TestCam X1'"),
+         {L"2021/06/15:14:30:00.000", L"40; 41; 21.12", L"N", L"74; 2; 40.2", L"W", L"12.5", L"1", L"TestCam X1",
+          L"TestMake"}},
+        // WebM keeps the milliseconds of its date.
+        {testmedia::make("store-recording.webm",
+                         "-f lavfi -i testsrc2=size=160x120:rate=10:duration=1 -c:v libvpx-vp9 -deadline realtime "
+                         "-cpu-used 8 -metadata creation_time=2021-06-15T14:30:00.250Z"),
+         {L"2021/06/15:14:30:00.250", L"", L"", L"", L"", L"", L"", L"", L""}},
+        {untaggedMp4(), Texts(9)},
+    };
+    for (const auto& [path, expected] : files) {
+        ASSERT_FALSE(path.empty());
+        EXPECT_EQ(propertyTexts(path), expected) << path;
+    }
 }
 
 TEST(PropertyStore, ListsItsKeys) {

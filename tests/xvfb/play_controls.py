@@ -1,31 +1,65 @@
 #!/usr/bin/env python3
-"""vtk play in a real X window, driven as a person would: the test clicks the play button and drags
-the play head with synthetic input (xdotool), captures the window as the X server shows it (xwd),
-and checks that the controls are drawn, that the picture advanced after play, and that it followed
-the drag; and that a desktop scaled 2x gets the 2x images. Run under xvfb-run:
-play_controls.py VTK CLIP
+"""vtk play in a real X window, driven as a person would: synthetic input (xdotool), the window
+captured as the X server shows it (xwd). Run under xvfb-run with a 1280x800 screen and -noreset
+(so that the work area set here stays): play_controls.py VTK CLIP [SCREENSHOTS_DIR]
 
-CLIP is the corpus's quadrant clip (25 fps, frame number in a band across the picture's middle)."""
+- Placement: clips of 640x360, 1920x1080, 1080x1920 and 3840x2160 open inside the screen's work
+  area (a 30-pixel panel is declared at the bottom), centred, at the desktop's scale 1 and 2.
+- Controls: on CLIP (the corpus's quadrant clip, 25 fps, the frame number in a band across the
+  picture) the play button plays, the play head drags, m mutes, ] speeds up, f and a double click
+  toggle full screen, s stops back to the first frame, q quits; without --keep-open vtk ends with
+  the clip.
+With SCREENSHOTS_DIR, the captures the README shows are written there."""
+import ctypes
 import os
+import shutil
 import subprocess
 import sys
 import tempfile
 import time
 
+SCREEN = (1280, 800)
+WORK_AREA = (0, 0, 1280, 770)
 BAR_HEIGHT = 29          # the control bar under the picture, at scale 1
 PLAY_BUTTON = (29 + 12, 2 + 12)  # centre of the play button, from the bar's top left
 TRACK_LEFT = 84
-TIME_WIDTH = 160
 BUTTON = 25
-PLACEHOLDER = 62         # the no-audio placeholder, above the bar's right end
 FPS = 25
+# From the bar's right end: full screen, volume (56), mute.
+MUTE_FROM_RIGHT = 4 + 25 + 56 + 25
 
 
 def out(*args):
     return subprocess.run(args, check=True, capture_output=True, text=True).stdout
 
 
-def find_window(name, timeout=10.0):
+def check(condition, message):
+    if not condition:
+        raise SystemExit("FAIL " + message)
+    print("ok", message)
+
+
+def declare_work_area():
+    """Sets the root window's _NET_WORKAREA as a desktop with a bottom panel would."""
+    x11 = ctypes.CDLL("libX11.so.6")
+    x11.XOpenDisplay.restype = ctypes.c_void_p
+    x11.XDefaultRootWindow.argtypes = [ctypes.c_void_p]
+    x11.XDefaultRootWindow.restype = ctypes.c_ulong
+    x11.XInternAtom.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int]
+    x11.XInternAtom.restype = ctypes.c_ulong
+    x11.XChangeProperty.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_ulong, ctypes.c_ulong, ctypes.c_int,
+                                    ctypes.c_int, ctypes.c_void_p, ctypes.c_int]
+    x11.XCloseDisplay.argtypes = [ctypes.c_void_p]
+    display = x11.XOpenDisplay(None)
+    root = x11.XDefaultRootWindow(display)
+    cardinal = x11.XInternAtom(display, b"CARDINAL", 0)
+    for name, values in ((b"_NET_WORKAREA", WORK_AREA), (b"_NET_CURRENT_DESKTOP", (0,))):
+        array = (ctypes.c_long * len(values))(*values)
+        x11.XChangeProperty(display, root, x11.XInternAtom(display, name, 0), cardinal, 32, 0, array, len(values))
+    x11.XCloseDisplay(display)
+
+
+def find_window(name, timeout=15.0):
     deadline = time.time() + timeout
     while time.time() < deadline:
         found = subprocess.run(["xdotool", "search", "--name", name], capture_output=True, text=True).stdout.split()
@@ -35,49 +69,61 @@ def find_window(name, timeout=10.0):
     raise SystemExit(f"FAIL no window named {name!r} appeared")
 
 
-def size_of(window):
+def geometry(window):
     fields = dict(line.split("=", 1) for line in out("xdotool", "getwindowgeometry", "--shell", window).split())
-    return int(fields["WIDTH"]), int(fields["HEIGHT"])
+    return tuple(int(fields[key]) for key in ("X", "Y", "WIDTH", "HEIGHT"))
 
 
 class Shot:
     """The window's pixels as the X server shows them."""
 
-    def __init__(self, window):
-        self.width, self.height = size_of(window)
+    def __init__(self, window, aspect=4 / 3, scale=1):
+        self.x, self.y, self.width, self.height = geometry(window)
+        self.bar = self.height - BAR_HEIGHT * scale
         with tempfile.TemporaryDirectory() as folder:
-            dump = os.path.join(folder, "window.xwd")
-            subprocess.run(["xwd", "-id", window, "-silent", "-out", dump], check=True)
-            self.rgb = subprocess.run(["ffmpeg", "-v", "error", "-i", dump, "-f", "rawvideo", "-pix_fmt", "rgb24", "-"],
-                                      check=True, capture_output=True).stdout
+            self.dump = os.path.join(folder, "window.xwd")
+            subprocess.run(["xwd", "-id", window, "-silent", "-out", self.dump], check=True)
+            self.png = subprocess.run(["ffmpeg", "-v", "error", "-i", self.dump, "-f", "image2pipe", "-c:v", "png",
+                                       "-"], check=True, capture_output=True).stdout
+            self.rgb = subprocess.run(["ffmpeg", "-v", "error", "-i", self.dump, "-f", "rawvideo", "-pix_fmt",
+                                       "rgb24", "-"], check=True, capture_output=True).stdout
         if len(self.rgb) != self.width * self.height * 3:
             raise SystemExit(f"FAIL the capture is {len(self.rgb)} bytes for {self.width}x{self.height}")
+        # The picture, letterboxed into the area above the bar.
+        self.picture_width = min(self.width, round(self.bar * aspect))
+        self.picture_left = (self.width - self.picture_width) // 2
 
     def pixel(self, x, y):
         at = (y * self.width + x) * 3
         return tuple(self.rgb[at:at + 3])
 
     def frame(self):
-        """The frame number the picture's band shows (the picture fills the area above the bar)."""
+        """The frame number the picture's band shows."""
         number = 0
         for bit in range(10):
-            r, g, b = self.pixel((bit * 2 + 1) * self.width // 20, (self.height - BAR_HEIGHT) // 2)
+            r, g, b = self.pixel(self.picture_left + (bit * 2 + 1) * self.picture_width // 20, self.bar // 2)
             number = number * 2 + (1 if r + g + b > 384 else 0)
         return number
 
+    def region(self, left, top, width, height):
+        return [self.pixel(x, y) for y in range(top, top + height) for x in range(left, left + width)]
+
     def varied(self, left, top, width, height):
         """Whether the rectangle holds more than one colour: something is drawn there."""
-        colours = {self.pixel(x, y) for y in range(top, top + height) for x in range(left, left + width)}
-        return len(colours) > 1
+        return len(set(self.region(left, top, width, height))) > 1
+
+    def save(self, path):
+        with open(path, "wb") as file:
+            file.write(self.png)
 
 
-def wait_for(window, condition, timeout=15.0, nudge=None):
-    """Shots of the window until condition(shot) holds or the time is up; the last shot. nudge, if
-    given, runs between shots (a hand's small movement, so that a request the player dropped while
-    busy is made again)."""
+def wait_for(make_shot, condition, timeout=15.0, nudge=None):
+    """Shots until condition(shot) holds or the time is up; the last shot. nudge, if given, runs
+    between shots (a hand's small movement, so that a request the player dropped while busy is made
+    again)."""
     deadline = time.time() + timeout
     while True:
-        shot = Shot(window)
+        shot = make_shot()
         if condition(shot) or time.time() > deadline:
             return shot
         if nudge:
@@ -85,78 +131,166 @@ def wait_for(window, condition, timeout=15.0, nudge=None):
         time.sleep(0.2)
 
 
-def check(condition, message):
-    if not condition:
-        raise SystemExit("FAIL " + message)
-    print("ok", message)
+class Player:
+    def __init__(self, vtk, clip, *options, scale=1):
+        self.log = tempfile.TemporaryFile(mode="w+")
+        self.process = subprocess.Popen([vtk, "play", *options, clip], stderr=self.log,
+                                        env=dict(os.environ, GDK_SCALE=str(scale)))
+        self.window = find_window(os.path.basename(clip))
+
+    def xdotool(self, *args):
+        subprocess.run(["xdotool", *[str(a) for a in args]], check=True)
+
+    def key(self, name):
+        # Without a window manager the keyboard follows the pointer; keys sent to a window by id
+        # would be synthetic events, which SDL ignores.
+        self.xdotool("mousemove", "--window", self.window, 5, 5, "key", name)
+
+    def finish(self):
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+
+    def said(self):
+        self.log.seek(0)
+        return self.log.read()
+
+
+def ffmpeg_clip(folder, width, height):
+    path = os.path.join(folder, f"clip_{width}x{height}.mp4")
+    subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-y", "-f", "lavfi", "-i",
+                    f"testsrc2=s={width}x{height}:r=25:d=1", "-f", "lavfi", "-i", "sine=f=440:d=1", "-c:v", "libx264",
+                    "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-c:a", "aac", path], check=True)
+    return path
+
+
+def check_placement(vtk, folder, shots):
+    left, top, area_width, area_height = WORK_AREA
+    for width, height in ((640, 360), (1920, 1080), (1080, 1920), (3840, 2160)):
+        clip = ffmpeg_clip(folder, width, height)
+        for scale in (1, 2):
+            player = Player(vtk, clip, "--paused", "--keep-open", scale=scale)
+            try:
+                bar = BAR_HEIGHT * scale
+                fit = min(1, area_width / (width * scale), (area_height - bar) / (height * scale))
+                expected_height = round(height * scale * fit) + bar
+                inside = lambda s: (left <= s.x and top <= s.y and s.x + s.width <= left + area_width
+                                    and s.y + s.height <= top + area_height)
+                centred = lambda s: (abs(s.x - (left + (area_width - s.width) // 2)) <= 1
+                                     and abs(s.y - (top + (area_height - s.height) // 2)) <= 1)
+                # The window is sized, then moved: wait for both.
+                shot = wait_for(lambda: Shot(player.window, width / height, scale),
+                                lambda s: s.height == expected_height and centred(s) and s.varied(0, s.bar, s.width, bar))
+                name = f"{width}x{height} at scale {scale}: {shot.width}x{shot.height} at {shot.x},{shot.y}"
+                check(inside(shot), name + " lies inside the work area")
+                check(centred(shot), name + " is centred")
+                check(shot.height == expected_height, name + f" shows the picture {expected_height - bar} high")
+                if shots and (width, height, scale) in ((1920, 1080, 1), (1080, 1920, 2)):
+                    shot.save(os.path.join(shots, f"player_{width}x{height}_{scale}x.png"))
+                player.key("q")
+                check(player.process.wait(timeout=10) == 0, "q quits")
+            finally:
+                player.finish()
+
+
+def check_sound_keys(vtk, clip, shots):
+    """m and ] on a clip with sound: the bar shows the sound muted and the speed."""
+    player = Player(vtk, clip, "--paused", "--keep-open")
+    try:
+        first = wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.varied(29, s.bar + 2, BUTTON, BUTTON))
+        mute = (first.width - MUTE_FROM_RIGHT, first.bar + 2, BUTTON, BUTTON)
+        before = Shot(player.window, 16 / 9).region(*mute)
+        player.key("m")
+        muted = wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.region(*mute) != before)
+        check(muted.region(*mute) != before, "m shows the sound muted")
+        volume = (mute[0] + BUTTON, mute[1], 56, BUTTON)
+        before = muted.region(*volume)
+        player.xdotool("mousemove", "--window", player.window, 5, 5, "click", "--repeat", 4, 5)
+        turned = wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.region(*volume) != before)
+        check(turned.region(*volume) != before, "the wheel sets the volume (and unmutes)")
+        player.key("bracketright")
+        faster = wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.varied(mute[0] - 40, mute[1], 30, BUTTON))
+        check(faster.varied(mute[0] - 40, mute[1], 30, BUTTON), "] shows the faster speed beside the mute button")
+        if shots:
+            player.xdotool("mousemove", "--window", player.window, TRACK_LEFT + 60, first.bar + 14)
+            wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.varied(TRACK_LEFT, s.bar - 22, 60, 20)).save(
+                os.path.join(shots, "controls_hover.png"))
+
+        player.key("q")
+        check(player.process.wait(timeout=10) == 0, "q quits")
+        check(player.said() == "", "nothing on standard error (no ALSA complaints on a machine without sound)")
+    except (SystemExit, subprocess.CalledProcessError):
+        sys.stderr.write("vtk play said:\n" + player.said())
+        raise
+    finally:
+        player.finish()
+
+
+def check_controls(vtk, clip):
+    player = Player(vtk, clip, "--paused", "--keep-open")
+    try:
+        first = wait_for(lambda: Shot(player.window), lambda s: s.frame() == 0 and s.varied(29, s.bar + 2, BUTTON,
+                                                                                              BUTTON))
+        check(first.frame() == 0, f"opened paused on the first frame (shows {first.frame()})")
+        player.xdotool("mousemove", "--window", player.window, PLAY_BUTTON[0], first.bar + PLAY_BUTTON[1], "click", 1)
+        playing = wait_for(lambda: Shot(player.window), lambda s: s.frame() > 5)
+        check(playing.frame() > 5, f"the picture advanced after play (frame {playing.frame()})")
+
+        # The play head is dragged 20 pixels from the track's start: a fraction of the clip, not its end.
+        head_y = first.bar + 2 + BUTTON // 2
+        player.xdotool("mousemove", "--window", player.window, TRACK_LEFT + BUTTON // 2, head_y, "mousedown", 1)
+        target = TRACK_LEFT + BUTTON // 2 + 20
+        for step in range(1, 5):
+            player.xdotool("mousemove", "--window", player.window, TRACK_LEFT + BUTTON // 2 + 5 * step, head_y)
+            time.sleep(0.3)
+        jiggle = iter(target + offset for offset in [1, 0] * 20)
+        dragged = wait_for(lambda: Shot(player.window), lambda s: s.frame() < 45 and s.frame() > 2,
+                           nudge=lambda: player.xdotool("mousemove", "--window", player.window, next(jiggle), head_y))
+        player.xdotool("mouseup", 1)
+        check(2 < dragged.frame() < 45, f"the picture followed the drag (frame {dragged.frame()})")
+
+        for toggle, name in ((lambda: player.key("f"), "f"),
+                             (lambda: player.xdotool("mousemove", "--window", player.window, 100, 40, "click",
+                                                     "--repeat", 2, "--delay", 80, 1), "a double click")):
+            toggle()
+            full = wait_for(lambda: Shot(player.window), lambda s: (s.width, s.height) == SCREEN)
+            check((full.width, full.height) == SCREEN, f"{name} fills the screen ({full.width}x{full.height})")
+            player.key("f" if name == "f" else "Escape")
+            back = wait_for(lambda: Shot(player.window), lambda s: (s.width, s.height) == (first.width, first.height))
+            check((back.width, back.height) == (first.width, first.height), f"and leaves it again ({back.width}x"
+                                                                            f"{back.height})")
+
+        player.key("s")
+        stopped = wait_for(lambda: Shot(player.window), lambda s: s.frame() == 0)
+        check(stopped.frame() == 0, f"s stops on the first frame (shows {stopped.frame()})")
+        player.key("q")
+        check(player.process.wait(timeout=10) == 0, "q quits with status 0")
+    except (SystemExit, subprocess.CalledProcessError):
+        sys.stderr.write("vtk play said:\n" + player.said())
+        raise
+    finally:
+        player.finish()
+
+    ending = Player(vtk, clip)
+    try:
+        check(ending.process.wait(timeout=30) == 0, "without --keep-open vtk ends with the clip, status 0")
+    finally:
+        ending.finish()
 
 
 def main():
     vtk, clip = sys.argv[1], sys.argv[2]
-    log = tempfile.TemporaryFile(mode="w+")
-    player = subprocess.Popen([vtk, "play", "--paused", clip], stderr=log)
+    shots = sys.argv[3] if len(sys.argv) > 3 else None
+    if shots:
+        os.makedirs(shots, exist_ok=True)
+    declare_work_area()
+    folder = tempfile.mkdtemp()
     try:
-        window = find_window(os.path.basename(clip))
-        first = wait_for(window, lambda shot: shot.frame() == 0 and shot.varied(29, shot.height - BAR_HEIGHT + 2,
-                                                                                 BUTTON, BUTTON))
-        bar = first.height - BAR_HEIGHT
-        check(first.frame() == 0, f"opened paused on the first frame (shows {first.frame()})")
-        check(first.varied(29, bar + 2, BUTTON, BUTTON), "the play button is drawn in the bar")
-        check(first.varied(TRACK_LEFT, bar + 2, BUTTON, BUTTON), "the play head is drawn at the track's start")
-        placeholder = (first.width - PLACEHOLDER - 4, bar - PLACEHOLDER - 4, PLACEHOLDER, PLACEHOLDER)
-        check(first.varied(*placeholder) and max(map(sum, (first.pixel(x, y) for x in range(placeholder[0], placeholder[0]
-              + PLACEHOLDER) for y in range(placeholder[1], placeholder[1] + PLACEHOLDER)))) == 765,
-              "the silent clip shows the white no-audio placeholder above the bar")
-
-        # Hover and pressed looks are checked over a view in lua.controls; here the click itself counts.
-        subprocess.run(["xdotool", "mousemove", "--window", window, str(PLAY_BUTTON[0]), str(bar + PLAY_BUTTON[1]),
-                        "click", "1"], check=True)
-        playing = wait_for(window, lambda shot: shot.frame() > 5)
-        check(playing.frame() > 5, f"the picture advanced after play (frame {playing.frame()})")
-
-        usable = first.width - TRACK_LEFT - TIME_WIDTH - BUTTON
-        head_y = bar + 2 + BUTTON // 2
-        subprocess.run(["xdotool", "mousemove", "--window", window, str(TRACK_LEFT + BUTTON // 2), str(head_y),
-                        "mousedown", "1"], check=True)
-        for step in range(1, 5):
-            x = int(TRACK_LEFT + BUTTON // 2 + usable * step * 0.2)
-            subprocess.run(["xdotool", "mousemove", "--window", window, str(x), str(head_y)], check=True)
-            time.sleep(0.3)
-        expected = round(0.8 * 2.0 * FPS)
-        jiggle = iter(int(x + offset) for offset in [1, 0] * 20)
-        dragged = wait_for(window, lambda shot: abs(shot.frame() - expected) <= 2, nudge=lambda: subprocess.run(
-            ["xdotool", "mousemove", "--window", window, str(next(jiggle)), str(head_y)], check=True))
-        check(abs(dragged.frame() - expected) <= 2, f"the picture followed the drag to 80 % (frame {dragged.frame()}, "
-              f"expected about {expected})")
-        check(dragged.varied(TRACK_LEFT + int(usable * 0.8), bar + 2, BUTTON, BUTTON), "the play head followed too")
-        subprocess.run(["xdotool", "mouseup", "1", "key", "q"], check=True)
-        check(player.wait(timeout=10) == 0, "q quits with status 0")
-    except (SystemExit, subprocess.CalledProcessError):
-        log.seek(0)
-        sys.stderr.write("vtk play said:\n" + log.read())
-        raise
+        check_placement(vtk, folder, shots)
+        check_sound_keys(vtk, os.path.join(folder, "clip_640x360.mp4"), shots)
+        check_controls(vtk, clip)
     finally:
-        if player.poll() is None:
-            player.kill()
-    check_dense_display(vtk, clip, (first.width, first.height))
-
-
-def check_dense_display(vtk, clip, size):
-    """On a desktop scaled 2x the window is twice the size and the controls use the 2x images."""
-    player = subprocess.Popen([vtk, "play", "--paused", clip], stderr=subprocess.DEVNULL,
-                              env=dict(os.environ, GDK_SCALE="2"))
-    try:
-        window = find_window(os.path.basename(clip))
-        doubled = (size[0] * 2, size[1] * 2)
-        play_button = lambda shot: shot.varied(2 * 29, shot.height - 2 * BAR_HEIGHT + 4, 2 * BUTTON, 2 * BUTTON)
-        shot = wait_for(window, lambda shot: (shot.width, shot.height) == doubled and play_button(shot))
-        check((shot.width, shot.height) == doubled, f"a 2x window ({shot.width}x{shot.height})")
-        check(play_button(shot), "the play button at twice the size")
-        subprocess.run(["xdotool", "mousemove", "--window", window, "10", "10", "key", "q"], check=True)
-        check(player.wait(timeout=10) == 0, "q quits")
-    finally:
-        if player.poll() is None:
-            player.kill()
+        shutil.rmtree(folder)
 
 
 if __name__ == "__main__":
