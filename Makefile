@@ -55,6 +55,7 @@ bench: setup
 	$(BUILD)/bin/bench_ratio
 	python3 bench/inspect.py $(BUILD)
 	python3 bench/playback.py $(BUILD)
+	python3 bench/window_playback.py $(BUILD)
 	python3 bench/seeking.py $(BUILD)
 	python3 bench/batch.py $(BUILD)
 

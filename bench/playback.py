@@ -21,19 +21,20 @@ import subprocess
 import sys
 
 from timing import medians
-CLIP = "1080p30_gop2.mp4"
+CLIP_SECONDS = 20
 MPV = ["mpv", "--no-config", "--really-quiet", "--vo=null", "--ao=null"]
 STEP_GOAL_MS = 50.0
 CPU_GOAL = 1.2
 
 
-def make_clip(build):
+def make_clip(build, seconds=CLIP_SECONDS):
+    """A 1080p30 H.264 clip with sound, seconds long, made once into BUILD/bench-media."""
     media = os.path.join(build, "bench-media")
     os.makedirs(media, exist_ok=True)
-    path = os.path.join(media, CLIP)
+    path = os.path.join(media, "1080p30_gop2_%ds.mp4" % seconds)
     if not os.path.exists(path):
         subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-y", "-f", "lavfi", "-i",
-                        "testsrc2=s=1920x1080:r=30:d=20", "-f", "lavfi", "-i", "sine=f=440:d=20",
+                        "testsrc2=s=1920x1080:r=30:d=%d" % seconds, "-f", "lavfi", "-i", "sine=f=440:d=%d" % seconds,
                         "-c:v", "libx264", "-preset", "veryfast", "-g", "60", "-keyint_min", "60",
                         "-sc_threshold", "0", "-pix_fmt", "yuv420p", "-c:a", "aac", path], check=True)
     return path

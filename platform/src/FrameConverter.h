@@ -1,15 +1,14 @@
-// Decoded frames to BGRX pictures: the one place the layer calls libswscale, for the source reader
-// and the playback engine alike. The scaler writes whole SIMD blocks per row, past a row's last
-// pixel, so it only ever writes into a Picture, whose stride is aligned and whose memory is padded;
-// a caller that wants rows of exactly 4 x width bytes copies them out.
+// Decoded frames to BGRX pictures: the one place the layer calls libswscale, for the source reader,
+// the frame grabber and the video renderer alike. The scaler writes whole SIMD blocks per row, past
+// a row's last pixel, so it only ever writes into memory whose stride is aligned and which is
+// padded (a Picture, or a window's picture memory laid out the same way); a caller that wants rows
+// of exactly 4 x width bytes copies them out.
 #ifndef KY_PLATFORM_FRAME_CONVERTER_H
 #define KY_PLATFORM_FRAME_CONVERTER_H
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
-#include <vector>
 
 #include "PlatformTypes.h"
 
@@ -25,8 +24,25 @@ constexpr int64_t kLargestPicturePixels = int64_t{8192} * 8192;
 /* True when a picture of width x height may be decoded and converted. */
 bool pictureSizeAllowed(int width, int height);
 
-/* B, G, R, X pixels, rows top-down and stride bytes apart. Its memory is not cleared: a conversion
- * writes every pixel. Not thread-safe; one owner at a time. */
+/* What a conversion writes into: width x height B, G, R, X pixels, rows top-down and stride bytes
+ * apart, in memory of rows rows of stride bytes. The scaler writes past a row's end and past the
+ * last row, so memory laid out by paddedStride and kSpareRows is needed (FrameConverter checks).
+ * The memory belongs to whoever made the target. */
+struct PixelTarget {
+    uint8_t* data;
+    int width;
+    int height;
+    int stride;
+    int rows;
+};
+
+/* The stride (a multiple of 64, with 64 spare bytes) and the spare rows that leave room for the
+ * scaler's overrun, for pictures of width pixels. */
+int paddedStride(int width);
+constexpr int kSpareRows = 1;
+
+/* B, G, R, X pixels, rows top-down and stride bytes apart, laid out for the scaler. Its memory is
+ * not cleared: a conversion writes every pixel. Not thread-safe; one owner at a time. */
 class Picture {
 public:
     /* Null when the size is not allowed or memory is short. */
@@ -39,6 +55,7 @@ public:
     uint8_t* data() { return data_; }
     const uint8_t* data() const { return data_; }
     size_t bytes() const { return bytes_; }
+    PixelTarget target() { return PixelTarget{data_, width_, height_, stride_, height_ + kSpareRows}; }
     /* Copies the rows into destination, where row r starts at destination + r * destinationStride
      * (negative: bottom-up, destination then being where the top row goes). */
     void copyRows(uint8_t* destination, ptrdiff_t destinationStride) const;
@@ -59,25 +76,8 @@ private:
 
 /* Turns from counter-clockwise by quarters (1, 2 or 3) quarter turns into to, which has the turned
  * size. */
-void turnPicture(const Picture& from, int quarters, Picture& to);
-
-/* Pictures of one size kept for reuse, so that playing allocates no picture memory per frame.
- * Any thread. */
-class PicturePool {
-public:
-    /* A picture of width x height, reused when one is free; null as Picture::create. */
-    std::unique_ptr<Picture> take(int width, int height);
-    /* Gives a picture back; pictures of another size than the last taken are freed. */
-    void give(std::unique_ptr<Picture> picture);
-
-private:
-    // Enough to cover the pictures in flight between the decoder and the screen.
-    static constexpr size_t kKept = 8;
-    std::mutex mutex_;
-    std::vector<std::unique_ptr<Picture>> free_;
-    int width_ = 0;
-    int height_ = 0;
-};
+void turnPicture(const Picture& from, int quarters, const PixelTarget& to);
+inline void turnPicture(const Picture& from, int quarters, Picture& to) { turnPicture(from, quarters, to.target()); }
 
 /* One conversion context, cached across frames of the same shape. One thread at a time. */
 class FrameConverter {
@@ -85,16 +85,34 @@ public:
     FrameConverter() = default;
     ~FrameConverter();
 
-    /* Converts frame into picture, scaling to the picture's size, with the frame's own colour
+    /* Converts frame into target, scaling to the target's size, with the frame's own colour
      * matrix and range; the X byte is opaque. MF_E_INVALID_FORMAT when the frame has no usable
-     * format or size. */
-    HRESULT convert(const AVFrame& frame, Picture& picture);
+     * format or size, E_INVALIDARG for a target without the scaler's padding. */
+    HRESULT convert(const AVFrame& frame, const PixelTarget& target);
+    HRESULT convert(const AVFrame& frame, Picture& picture) { return convert(frame, picture.target()); }
+    /* Converts frame, turned counter-clockwise by quarters quarter turns, into target, which has
+     * the turned size: scaled straight to it, and turned through a picture of the unturned shape
+     * that the converter keeps for the next frame. As convert, and E_OUTOFMEMORY. */
+    HRESULT convertTurned(const AVFrame& frame, int quarters, const PixelTarget& target);
 
     FrameConverter(const FrameConverter&) = delete;
     FrameConverter& operator=(const FrameConverter&) = delete;
 
 private:
-    SwsContext* scaler_ = nullptr;
+    /* A 4:2:0 picture of width x height, rows laid out for the scaler; data[0] owns the memory. */
+    struct Planes {
+        uint8_t* data[4] = {};
+        int linesize[4] = {};
+        int width = 0;
+        int height = 0;
+    };
+    /* Planes of that size, kept while the size holds; false when memory is short. */
+    bool preparePlanes(int width, int height);
+
+    SwsContext* scaler_ = nullptr;    // the frame to the target, or to planes_ when scaled first
+    SwsContext* toPixels_ = nullptr;  // planes_ to the target
+    Planes planes_;
+    std::unique_ptr<Picture> unturned_;
 };
 
 }  // namespace kyplatform

@@ -10,11 +10,11 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <vector>
 
 #include "BoundedQueue.h"
 #include "FfmpegDecoding.h"
-#include "FrameConverter.h"
 #include "PlatformTypes.h"
 
 extern "C" {
@@ -29,15 +29,49 @@ struct Packet {
     unsigned generation;
 };
 
-/* A picture upright, shown width : height as aspectWidth : aspectHeight. Its pixels go back to the
- * decoder's pool with the last reference. */
+/* A decoded picture as its decoder gave it, in its own pixel format and coded size: a reference to
+ * the decoder's buffers, which nothing writes again, so the picture queue, the renderer and the
+ * scrubbing cache share it from any thread. It is converted only when drawn, straight to the size
+ * it is drawn at. */
+class DecodedPicture {
+public:
+    /* A new reference to frame's buffers; null when memory is short. */
+    static std::shared_ptr<const DecodedPicture> of(const AVFrame& frame) {
+        AVFramePointer reference(av_frame_clone(&frame));
+        if (!reference) return nullptr;
+        try {
+            return std::shared_ptr<const DecodedPicture>(new DecodedPicture(std::move(reference)));
+        } catch (const std::bad_alloc&) {
+            return nullptr;
+        }
+    }
+    const AVFrame& frame() const { return *frame_; }
+    /* What its buffers weigh, for the byte budgets of queues and caches. */
+    size_t bytes() const { return bytes_; }
+
+private:
+    explicit DecodedPicture(AVFramePointer frame) : frame_(std::move(frame)) {
+        for (const AVBufferRef* buffer : frame_->buf) bytes_ += buffer != nullptr ? buffer->size : 0;
+    }
+    AVFramePointer frame_;
+    size_t bytes_ = 0;
+};
+using PicturePointer = std::shared_ptr<const DecodedPicture>;
+
+/* A picture and how it is shown: turned counter-clockwise by quarters quarter turns to be upright,
+ * then width : height as aspectWidth : aspectHeight. */
 struct VideoFrame {
     LONGLONG time = 0;
     LONGLONG end = 0;
-    std::unique_ptr<Picture> picture;
+    PicturePointer picture;
+    int quarters = 0;
     double aspectWidth = 1.0;
     double aspectHeight = 1.0;
     unsigned generation = 0;
+
+    /* The picture's size in pixels once upright. */
+    int uprightWidth() const { return quarters % 2 == 1 ? picture->frame().height : picture->frame().width; }
+    int uprightHeight() const { return quarters % 2 == 1 ? picture->frame().width : picture->frame().height; }
 };
 using FramePointer = std::shared_ptr<const VideoFrame>;
 

@@ -2,35 +2,21 @@
 
 namespace kyplatform {
 
-namespace {
-
-size_t bytesOf(const AVFrame& frame) {
-    size_t bytes = 0;
-    for (const AVBufferRef* buffer : frame.buf) bytes += buffer != nullptr ? buffer->size : 0;
-    return bytes;
-}
-
-}  // namespace
-
-void RecentPictures::keep(const AVFrame& frame, LONGLONG time, LONGLONG end) {
-    if (end <= time) return;
+void RecentPictures::keep(PicturePointer picture, LONGLONG time, LONGLONG end) {
+    if (!picture || end <= time) return;
     std::lock_guard<std::mutex> lock(mutex_);
     for (const Kept& kept : kept_) {
         if (kept.time == time) return;
     }
-    AVFrame* copy = av_frame_clone(&frame);
-    if (copy == nullptr) return;
-    const size_t bytes = bytesOf(frame);
-    kept_.push_back(Kept{copy, time, end, bytes});
-    bytes_ += bytes;
+    kept_.push_back(Kept{std::move(picture), time, end});
+    bytes_ += kept_.back().picture->bytes();
     while (bytes_ > budget_ && kept_.size() > 1) {
-        bytes_ -= kept_.front().bytes;
-        av_frame_free(&kept_.front().frame);
+        bytes_ -= kept_.front().picture->bytes();
         kept_.pop_front();
     }
 }
 
-AVFrame* RecentPictures::find(LONGLONG time) {
+PicturePointer RecentPictures::find(LONGLONG time) {
     std::lock_guard<std::mutex> lock(mutex_);
     // The latest start at or before time, so that a duration guessed too long cannot hide the
     // picture that really follows.
@@ -39,12 +25,11 @@ AVFrame* RecentPictures::find(LONGLONG time) {
         if (kept.time <= time && (best == nullptr || kept.time > best->time)) best = &kept;
     }
     if (best == nullptr || time >= best->end) return nullptr;
-    return av_frame_clone(best->frame);
+    return best->picture;
 }
 
 void RecentPictures::clear() {
     std::lock_guard<std::mutex> lock(mutex_);
-    for (Kept& kept : kept_) av_frame_free(&kept.frame);
     kept_.clear();
     bytes_ = 0;
 }

@@ -1,5 +1,6 @@
 // Decoded pictures of recent scrubbing, kept so that stepping back a frame does not mean seeking
-// to the previous key frame and decoding forward again. Bounded by bytes; the oldest go first.
+// to the previous key frame and decoding forward again. Bounded by the bytes of the pictures'
+// buffers; the oldest go first.
 #ifndef KY_PLATFORM_RECENT_PICTURES_H
 #define KY_PLATFORM_RECENT_PICTURES_H
 
@@ -13,13 +14,11 @@ namespace kyplatform {
 class RecentPictures {
 public:
     explicit RecentPictures(size_t budgetBytes) : budget_(budgetBytes) {}
-    ~RecentPictures() { clear(); }
 
-    /* Keeps a reference to frame, shown from time to end (100 ns). The decoding thread. */
-    void keep(const AVFrame& frame, LONGLONG time, LONGLONG end);
-    /* A new reference to the kept picture whose interval contains time, or null; the caller frees
-     * it with av_frame_free. Any thread. */
-    AVFrame* find(LONGLONG time);
+    /* Keeps picture, shown from time to end (100 ns). The decoding thread. */
+    void keep(PicturePointer picture, LONGLONG time, LONGLONG end);
+    /* The kept picture whose interval contains time, or null. Any thread. */
+    PicturePointer find(LONGLONG time);
     void clear();
 
     RecentPictures(const RecentPictures&) = delete;
@@ -27,10 +26,9 @@ public:
 
 private:
     struct Kept {
-        AVFrame* frame;
+        PicturePointer picture;
         LONGLONG time;
         LONGLONG end;
-        size_t bytes;
     };
 
     const size_t budget_;

@@ -3,6 +3,7 @@
 #include <new>
 
 #include "FfmpegDecoding.h"
+#include "FrameConverter.h"
 #include "MediaTimeline.h"
 
 extern "C" {
@@ -10,19 +11,6 @@ extern "C" {
 }
 
 namespace kyplatform {
-
-namespace {
-
-// Gives a frame's picture back to its pool, if the pool is still there, when the frame goes.
-struct ReturnPicture {
-    std::weak_ptr<PicturePool> pool;
-    void operator()(VideoFrame* frame) const {
-        if (std::shared_ptr<PicturePool> owner = pool.lock()) owner->give(std::move(frame->picture));
-        delete frame;
-    }
-};
-
-}  // namespace
 
 HRESULT VideoDecoder::create(AVFormatContext& format, AVStream& stream, DecoderLinks<FramePointer> links, Missed missed,
                              std::unique_ptr<VideoDecoder>* decoder) {
@@ -108,7 +96,9 @@ void VideoDecoder::handle(AVFrame& frame) {
     LONGLONG time = 0;
     LONGLONG end = 0;
     intervalOf(frame, &time, &end);
-    if (keeping_ && frame.best_effort_timestamp != AV_NOPTS_VALUE && !damagedPicture(frame)) recent_.keep(frame, time, end);
+    if (keeping_ && frame.best_effort_timestamp != AV_NOPTS_VALUE && !damagedPicture(frame)) {
+        recent_.keep(DecodedPicture::of(frame), time, end);
+    }
     if (!dropping_) {
         emit(frame);
         return;
@@ -136,24 +126,25 @@ void VideoDecoder::handle(AVFrame& frame) {
 }
 
 void VideoDecoder::emit(AVFrame& frame) {
-    FramePointer converted = convert(frame, conversion_, generation_);
-    if (!converted) return;
-    const size_t bytes = converted->picture->bytes();
-    links_.output.push(std::move(converted), bytes);
+    if (!pictureSizeAllowed(frame.width, frame.height)) {
+        fail(E_OUTOFMEMORY);
+        return;
+    }
+    FramePointer shown = frameOf(DecodedPicture::of(frame), generation_);
+    if (!shown) {
+        fail(E_OUTOFMEMORY);
+        return;
+    }
+    const size_t bytes = shown->picture->bytes();
+    links_.output.push(std::move(shown), bytes);
 }
 
 FramePointer VideoDecoder::recentPicture(LONGLONG target, unsigned generation) {
-    AVFrame* found = recent_.find(target);
-    if (found == nullptr) return {};
-    FramePointer converted;
     try {
-        std::lock_guard<std::mutex> lock(recentMutex_);
-        converted = convert(*found, recentConversion_, generation);
+        return frameOf(recent_.find(target), generation);
     } catch (const std::bad_alloc&) {
-        converted = nullptr;
+        return nullptr;
     }
-    av_frame_free(&found);
-    return converted;
 }
 
 void VideoDecoder::intervalOf(const AVFrame& frame, LONGLONG* time, LONGLONG* end) const {
@@ -163,40 +154,18 @@ void VideoDecoder::intervalOf(const AVFrame& frame, LONGLONG* time, LONGLONG* en
     *end = *time + duration;
 }
 
-FramePointer VideoDecoder::convert(const AVFrame& frame, Conversion& conversion, unsigned generation) {
-    if (!pictureSizeAllowed(frame.width, frame.height)) {
-        fail(E_OUTOFMEMORY);
-        return {};
-    }
+FramePointer VideoDecoder::frameOf(PicturePointer picture, unsigned generation) const {
+    if (!picture) return nullptr;
+    auto made = std::make_shared<VideoFrame>();
+    const AVFrame& frame = picture->frame();
     const bool sideways = rotation_ % 2 == 1;
-    std::unique_ptr<Picture> picture =
-        pool_->take(sideways ? frame.height : frame.width, sideways ? frame.width : frame.height);
-    if (!picture) {
-        fail(E_OUTOFMEMORY);
-        return {};
-    }
-    if (rotation_ == 0) {
-        if (FAILED(conversion.converter.convert(frame, *picture))) return {};
-    } else {
-        Picture* unturned = conversion.unturned.get();
-        if (unturned == nullptr || unturned->width() != frame.width || unturned->height() != frame.height) {
-            conversion.unturned = Picture::create(frame.width, frame.height);
-            unturned = conversion.unturned.get();
-        }
-        if (unturned == nullptr) {
-            fail(E_OUTOFMEMORY);
-            return {};
-        }
-        if (FAILED(conversion.converter.convert(frame, *unturned))) return {};
-        turnPicture(*unturned, rotation_, *picture);
-    }
-    std::shared_ptr<VideoFrame> made(new VideoFrame(), ReturnPicture{pool_});
-    made->picture = std::move(picture);
     const double pixelAspect = known(pixelAspect_) ? av_q2d(pixelAspect_) : 1.0;
     made->aspectWidth = sideways ? frame.height : frame.width * pixelAspect;
     made->aspectHeight = sideways ? frame.width * pixelAspect : frame.height;
     intervalOf(frame, &made->time, &made->end);
+    made->quarters = rotation_;
     made->generation = generation;
+    made->picture = std::move(picture);
     return made;
 }
 

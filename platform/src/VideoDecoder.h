@@ -1,6 +1,7 @@
-// The video decoding of the playback engine: packets of the video stream in, upright BGRX
-// pictures out, from the frame that contains the seek target on. Pictures come from a pool of
-// reused buffers and weigh their bytes in the engine's picture queue.
+// The video decoding of the playback engine: packets of the video stream in, decoded pictures out
+// (as the decoder gave them, with the turn that makes them upright), from the frame that contains
+// the seek target on. The renderer converts the ones it shows. Pictures weigh the bytes of their
+// buffers in the engine's picture queue.
 #ifndef KY_PLATFORM_VIDEO_DECODER_H
 #define KY_PLATFORM_VIDEO_DECODER_H
 
@@ -36,12 +37,6 @@ public:
     VideoDecoder& operator=(const VideoDecoder&) = delete;
 
 private:
-    /* A converter with the picture a turned frame is converted into first. */
-    struct Conversion {
-        FrameConverter converter;
-        std::unique_ptr<Picture> unturned;
-    };
-
     VideoDecoder(DecoderLinks<FramePointer> links, Missed missed)
         : links_(std::move(links)), missed_(std::move(missed)), recent_(kRecentPictureBytes) {}
 
@@ -54,17 +49,14 @@ private:
     void emit(AVFrame& frame);
     /* The picture's interval in 100 ns of media time; end is time when the duration is unknown. */
     void intervalOf(const AVFrame& frame, LONGLONG* time, LONGLONG* end) const;
-    FramePointer convert(const AVFrame& frame, Conversion& conversion, unsigned generation);
+    /* The frame that shows picture as generation's; null without a picture. */
+    FramePointer frameOf(PicturePointer picture, unsigned generation) const;
     void fail(HRESULT hr);
 
     DecoderLinks<FramePointer> links_;
     const Missed missed_;
     AVCodecContext* decoder_ = nullptr;
-    const std::shared_ptr<PicturePool> pool_ = std::make_shared<PicturePool>();
-    Conversion conversion_;
     RecentPictures recent_;
-    std::mutex recentMutex_;  // guards recentConversion_
-    Conversion recentConversion_;
     bool keeping_ = false;
     AVFrame* frame_ = nullptr;
     AVFrame* held_ = nullptr;

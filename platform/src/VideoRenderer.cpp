@@ -1,8 +1,11 @@
 #include "VideoRenderer.h"
 
 #include <atomic>
+#include <cstdint>
 #include <map>
 #include <new>
+
+#include "Win32WindowPicture.h"
 
 namespace kyplatform {
 
@@ -18,6 +21,16 @@ std::map<LPARAM, VideoRenderer*>& registry() {
 std::atomic<LPARAM> nextToken{1};
 
 bool validRect(const RECT& rect) { return rect.right >= rect.left && rect.bottom >= rect.top; }
+
+// Pictures are converted at the size of their destination: an empty one, or one within the limit
+// of pictures.
+bool convertibleSize(const RECT& rect) {
+    const int64_t width = int64_t{rect.right} - rect.left;
+    const int64_t height = int64_t{rect.bottom} - rect.top;
+    return width == 0 || height == 0 ||
+           (width <= kLargestPictureSide && height <= kLargestPictureSide &&
+            pictureSizeAllowed(static_cast<int>(width), static_cast<int>(height)));
+}
 
 // The largest rectangle of the picture's shape centred in area.
 RECT letterboxed(const RECT& area, double aspectWidth, double aspectHeight) {
@@ -78,7 +91,7 @@ HRESULT VideoRenderer::GetNativeVideoSize(SIZE* video, SIZE* aspectRatio) {
     if (video == nullptr && aspectRatio == nullptr) return E_POINTER;
     std::lock_guard<std::mutex> lock(mutex_);
     const FramePointer frame = last_ ? last_ : pending_;
-    if (video != nullptr) *video = frame ? SIZE{frame->picture->width(), frame->picture->height()} : SIZE{0, 0};
+    if (video != nullptr) *video = frame ? SIZE{frame->uprightWidth(), frame->uprightHeight()} : SIZE{0, 0};
     if (aspectRatio != nullptr) {
         *aspectRatio = frame ? SIZE{static_cast<LONG>(frame->aspectWidth + 0.5), static_cast<LONG>(frame->aspectHeight + 0.5)}
                              : SIZE{0, 0};
@@ -99,7 +112,7 @@ HRESULT VideoRenderer::SetVideoPosition(const MFVideoNormalizedRect* source, con
                                source->left < source->right && source->top < source->bottom)) {
         return E_INVALIDARG;
     }
-    if (destination != nullptr && !validRect(*destination)) return E_INVALIDARG;
+    if (destination != nullptr && !(validRect(*destination) && convertibleSize(*destination))) return E_INVALIDARG;
     std::lock_guard<std::mutex> lock(mutex_);
     if (source != nullptr) source_ = *source;
     if (destination != nullptr) {
@@ -123,10 +136,7 @@ HRESULT VideoRenderer::GetVideoPosition(MFVideoNormalizedRect* source, RECT* des
     return S_OK;
 }
 
-HRESULT VideoRenderer::RepaintVideo() {
-    draw();
-    return S_OK;
-}
+HRESULT VideoRenderer::RepaintVideo() { return draw(); }
 
 HRESULT VideoRenderer::SetAspectRatioMode(DWORD mode) {
     if (mode != MFVideoARMode_None && mode != MFVideoARMode_PreservePicture) return E_INVALIDARG;
@@ -188,7 +198,7 @@ void VideoRenderer::presentPending() {
     if (shown) shown();
 }
 
-void VideoRenderer::draw() {
+HRESULT VideoRenderer::draw() {
     FramePointer frame;
     HWND window = nullptr;
     RECT area{};
@@ -199,12 +209,30 @@ void VideoRenderer::draw() {
         window = window_;
         area = destination_;
         mode = aspectMode_;
-        if (!hasDestination_ && !GetClientRect(window_, &area)) return;
+        if (!hasDestination_ && !GetClientRect(window_, &area)) return E_HANDLE;
     }
-    if (!frame) return;
+    if (!frame) return S_OK;
     const RECT target = mode == MFVideoARMode_PreservePicture ? letterboxed(area, frame->aspectWidth, frame->aspectHeight) : area;
-    const Picture& picture = *frame->picture;
-    KyWindow_present(window, picture.data(), picture.width(), picture.height(), picture.stride(), &target);
+    if (!convertibleSize(target)) return E_INVALIDARG;
+    const int width = target.right - target.left;
+    const int height = target.bottom - target.top;
+    struct Conversion {
+        FrameConverter& converter;
+        const VideoFrame& frame;
+        int width;
+        int height;
+        HRESULT result;
+    } conversion{converter_, *frame, width, height, S_OK};
+    // One reference captured: the painter fits std::function's own storage, nothing is allocated.
+    const KyPaintPicture paint = [&conversion](uint8_t* pixels, int pitch) {
+        const PixelTarget into{pixels, conversion.width, conversion.height, pitch, conversion.height + kSpareRows};
+        conversion.result = conversion.converter.convertTurned(conversion.frame.picture->frame(),
+                                                               conversion.frame.quarters, into);
+        return SUCCEEDED(conversion.result);
+    };
+    if (KyWindow_paintPicture(window, target, paddedStride(width), height + kSpareRows, paint)) return S_OK;
+    if (FAILED(conversion.result)) return conversion.result;
+    return GetLastError() == ERROR_INVALID_PARAMETER ? E_INVALIDARG : E_FAIL;
 }
 
 }  // namespace kyplatform

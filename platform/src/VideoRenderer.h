@@ -1,12 +1,15 @@
 // The video renderer: the session's scheduler hands it the picture that is due, and it draws it on
-// the main thread by posting KY_WM_PRESENT_VIDEO to its window, whose dispatch calls back here. It
-// answers IMFVideoDisplayControl and keeps the last picture for RepaintVideo.
+// the main thread by posting KY_WM_PRESENT_VIDEO to its window, whose dispatch calls back here. A
+// picture is converted there, once, straight to the size it is shown at, into the window's own
+// picture memory. It answers IMFVideoDisplayControl and keeps the last decoded picture, so that
+// RepaintVideo draws it again at the window's new size.
 #ifndef KY_PLATFORM_VIDEO_RENDERER_H
 #define KY_PLATFORM_VIDEO_RENDERER_H
 
 #include <functional>
 #include <mutex>
 
+#include "FrameConverter.h"
 #include "MediaSession.h"
 #include "PlaybackTypes.h"
 
@@ -40,8 +43,9 @@ private:
     ~VideoRenderer() = default;
     static void presentFor(HWND window, LPARAM token);
     void presentPending();
-    /* Main thread: draws the last picture letterboxed into the destination. */
-    void draw();
+    /* Main thread: draws the last picture letterboxed into the destination. S_OK also when there
+     * is no picture yet; the conversion's or the window's failure. */
+    HRESULT draw();
 
     ComRefCount refs_;
     const LPARAM token_;
@@ -56,6 +60,7 @@ private:
     bool posted_ = false;
     FramePointer last_;
     std::function<void()> shown_;
+    FrameConverter converter_;  // the main thread's
 };
 
 }  // namespace kyplatform

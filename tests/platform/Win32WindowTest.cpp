@@ -330,6 +330,10 @@ void presentQuadrants(HWND window) {
 TEST_F(Win32Window, PresentsAPictureIntoItsDestinationAndBlackAround) {
     Received received;
     const HWND window = create(&received, 200, 100);
+    // The whole client area first: the smaller destination after it leaves none of it behind.
+    int stride = 0;
+    const std::vector<uint32_t> picture = quadrants(&stride);
+    ASSERT_TRUE(KyWindow_present(window, picture.data(), 40, 20, stride, nullptr));
     presentQuadrants(window);
     expectLetterboxedQuadrants(window);
 }
@@ -355,6 +359,7 @@ TEST_F(Win32Window, TheOverlayBlendsOverThePictureUntilRemoved) {
     ASSERT_TRUE(KyWindow_repaint(window));
     ASSERT_TRUE(KyWindow_readPixels(window, &pixels, &width, &height));
     EXPECT_EQ(pixels[25 * width + 45], kOpaque | kGreen) << "a repaint keeps the overlay";
+    EXPECT_EQ(pixels[25 * width + 55], blended) << "a repaint blends the overlay once";
     EXPECT_FALSE(KyWindow_setOverlay(window, overlay.data(), 20, 10, 40, 0, 0)) << "stride shorter than a row";
     ASSERT_TRUE(KyWindow_setOverlay(window, nullptr, 0, 0, 0, 0, 0));
     expectLetterboxedQuadrants(window);

@@ -270,6 +270,45 @@ TEST_F(NativePlayerTest, ResizingKeepsTheShapeAndRepaintRedrawsTheLastPicture) {
     EXPECT_EQ(number, 10);
 }
 
+// Stored turned a quarter clockwise, with the display matrix that turns it back: drawn upright, red
+// over blue, at each size its destination takes, with nothing left of the larger picture.
+TEST_F(NativePlayerTest, ARotatedPictureIsDrawnUprightAtEachSize) {
+    const std::string turned = testmedia::make(
+        "player_turned.mp4", "-f lavfi -i \"color=c=red:s=160x120:r=25:d=1,drawbox=x=0:y=ih/2:w=iw:h=ih/2:c=blue:"
+                             "t=fill,transpose=clock\" -c:v libx264 -pix_fmt yuv420p -g 10");
+    ASSERT_FALSE(turned.empty());
+    open(testmedia::make("player_rotated.mp4", "-i " + turned + " -c copy -metadata:s:v:0 rotate=90"));
+    player->resizeVideo(320, 240);
+    ASSERT_EQ(player->beginScrubbing(), S_OK);
+    messages.clear();
+    player->setPosition(2000000);
+    ASSERT_TRUE(pumpUntil(L"playing", 2));
+    const struct {
+        int width, height;  // the destination; the picture is 4:3 upright
+        int left, right;    // where the picture lies across it
+    } sizes[] = {{320, 240, 0, 320}, {320, 120, 80, 240}};
+    for (const auto& size : sizes) {
+        player->resizeVideo(size.width, size.height);
+        ASSERT_EQ(player->repaintVideo(), S_OK);
+        std::vector<uint32_t> pixels;
+        int width = 0;
+        int height = 0;
+        ASSERT_TRUE(KyWindow_readPixels(window, &pixels, &width, &height));
+        const auto at = [&](int x, int y) { return pixels[static_cast<size_t>(y) * width + x] & 0xFFFFFF; };
+        const int middle = (size.left + size.right) / 2;
+        EXPECT_GT((at(middle, size.height / 8) >> 16) & 0xFF, 200u) << size.height << ": red at the top";
+        EXPECT_LT(at(middle, size.height / 8) & 0xFF, 60u) << size.height;
+        EXPECT_GT(at(middle, size.height * 7 / 8) & 0xFF, 200u) << size.height << ": blue at the bottom";
+        EXPECT_LT((at(middle, size.height * 7 / 8) >> 16) & 0xFF, 60u) << size.height;
+        if (size.left > 0) {
+            EXPECT_EQ(at(size.left / 2, size.height / 2), 0u) << "bar";
+        }
+        if (size.height < height) {
+            EXPECT_EQ(at(middle, (size.height + height) / 2), 0u) << "below the destination";
+        }
+    }
+}
+
 TEST_F(NativePlayerTest, FilesWithOneKindOfStreamPlayToTheEnd) {
     const struct {
         const char* name;
