@@ -332,11 +332,22 @@ function Controls:render()
         self:drawTip(canvas, tip, self.hover == "track" and self.hoverX or r[1] + r[3] / 2)
     end
     self.view:setOverlay(canvas, 0, self.top)
+    self.shown = self:timeShown()
 end
 
+-- What the time looks like in the bar: the clock's text and the play head's pixel.
+function Controls:timeShown()
+    local head = self.duration > 0 and math.floor(self.position / self.duration * (self.width or 0)) or 0
+    return self:clock() .. "@" .. head
+end
+
+-- Drawn again only when the time would look different: it comes ten times a second, and each
+-- drawing is a new overlay over the picture.
 function Controls:setTime(position, duration)
     self.position, self.duration = position or self.position, duration or self.duration
-    self:render()
+    if self:timeShown() ~= self.shown then
+        self:render()
+    end
 end
 
 -- The time under x on the track.

@@ -186,6 +186,9 @@ def check_placement(vtk, folder, shots):
                 check(centred(shot), name + " is centred")
                 check(shot.height == expected_height, name + f" shows the picture {expected_height - bar} high")
                 if shots and (width, height, scale) in ((1920, 1080, 1), (1080, 1920, 2)):
+                    # The picture, not only the bar: its middle row holds the test picture's colours.
+                    shot = wait_for(lambda: Shot(player.window, width / height, scale),
+                                    lambda s: len(set(s.region(0, s.bar // 2, s.width, 1))) > 8)
                     shot.save(os.path.join(shots, f"player_{width}x{height}_{scale}x.png"))
                 player.key("q")
                 check(player.process.wait(timeout=10) == 0, "q quits")
