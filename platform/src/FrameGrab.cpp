@@ -149,24 +149,15 @@ void fittedSize(const AVFrame& frame, AVRational pixelAspect, int quarters, int 
 }
 
 HRESULT convertUpright(const AVFrame& frame, int quarters, int width, int height, KyGrabbedFrame* grabbed) {
-    // Converted at the unturned shape of the result, straight to its size, then turned.
-    const bool sideways = quarters % 2 == 1;
-    std::unique_ptr<Picture> converted = Picture::create(sideways ? height : width, sideways ? width : height);
-    if (!converted) return E_OUTOFMEMORY;
+    std::unique_ptr<Picture> upright = Picture::create(width, height);
+    if (!upright) return E_OUTOFMEMORY;
     FrameConverter converter;
-    HRESULT hr = converter.convert(frame, *converted);
+    const HRESULT hr = converter.convertTurned(frame, quarters, upright->target());
     if (FAILED(hr)) return hr;
-    std::unique_ptr<Picture> turned;
-    if (quarters != 0) {
-        turned = Picture::create(width, height);
-        if (!turned) return E_OUTOFMEMORY;
-        turnPicture(*converted, quarters, *turned);
-    }
-    const Picture& upright = quarters != 0 ? *turned : *converted;
     grabbed->width = width;
     grabbed->height = height;
     grabbed->pixels.resize(static_cast<size_t>(width) * height * 4);
-    upright.copyRows(grabbed->pixels.data(), static_cast<ptrdiff_t>(width) * 4);
+    upright->copyRows(grabbed->pixels.data(), static_cast<ptrdiff_t>(width) * 4);
     return S_OK;
 }
 
