@@ -86,12 +86,8 @@ BOOL IsWindow(HWND handle) {
 }
 
 BOOL GetClientRect(HWND handle, RECT* rect) {
-    Window* window = kywindow::findWindow(handle);
+    Window* window = kywindow::findWindowWriting(handle, rect);
     if (window == nullptr) {
-        return FALSE;
-    }
-    if (rect == nullptr) {
-        SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
     int width = 0;

@@ -64,12 +64,8 @@ BOOL GetMonitorInfoW(HMONITOR monitor, MONITORINFO* info) {
 }
 
 BOOL GetWindowRect(HWND handle, RECT* rect) {
-    Window* window = kywindow::findWindow(handle);
+    Window* window = kywindow::findWindowWriting(handle, rect);
     if (window == nullptr) {
-        return FALSE;
-    }
-    if (rect == nullptr) {
-        SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
     int x = 0;
@@ -84,12 +80,8 @@ BOOL GetWindowRect(HWND handle, RECT* rect) {
 }
 
 BOOL ClientToScreen(HWND handle, POINT* point) {
-    Window* window = kywindow::findWindow(handle);
+    Window* window = kywindow::findWindowWriting(handle, point);
     if (window == nullptr) {
-        return FALSE;
-    }
-    if (point == nullptr) {
-        SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
     int x = 0;

@@ -104,6 +104,15 @@ Window* findWindow(HWND window) {
     return found->second.get();
 }
 
+Window* findWindowWriting(HWND handle, const void* out) {
+    Window* window = findWindow(handle);
+    if (window != nullptr && out == nullptr) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    return window;
+}
+
 HWND addWindow(std::unique_ptr<Window> window) {
     Tables& all = tables();
     std::lock_guard lock(all.mutex);

@@ -43,6 +43,9 @@ Uint32 postedEventType();
 /* Main thread. The window, or null with ERROR_INVALID_THREAD_ID / ERROR_INVALID_WINDOW_HANDLE.
  * The pointer stays valid until the main thread destroys the window. */
 Window* findWindow(HWND window);
+/* As findWindow, and null with ERROR_INVALID_PARAMETER when out, where the caller writes its
+ * answer, is null. */
+Window* findWindowWriting(HWND window, const void* out);
 HWND addWindow(std::unique_ptr<Window> window);
 std::unique_ptr<Window> removeWindow(HWND window);
 HWND windowOfSdlWindow(Uint32 sdlWindowId);
