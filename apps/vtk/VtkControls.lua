@@ -1,8 +1,8 @@
 -- VtkControls: the control bar of vtk play, drawn on a canvas shown over the bottom of the view.
 -- From the left: previous frame, play/pause, next frame (the toolkit's skin, the VID_ images of the
--- bundle), the track with its played part filled and a play head that can be dragged (scrubbing
+-- bundle), stop, the track with its played part filled and a play head that can be dragged (scrubbing
 -- while dragging); at the right the clock (H:MM:SS, or the frame's timecode after a click), the
--- speed when it is not 1x, mute, volume and full screen (drawn here as shapes: the skin has no such
+-- speed, mute, volume and full screen (stop and these drawn here as shapes: the skin has no such
 -- images). A tooltip over the bar names the control under the pointer, or the time under it on
 -- the track. Disabled controls are dimmed; a file without sound shows the no-audio placeholder.
 -- Sizes are base pixels times the scale (1 or 2).
@@ -15,8 +15,9 @@ Controls.__index = Controls
 local kBarHeight = 29       -- the player background's height
 local kButtonSize = 25
 local kButtonTop = 2
-local kLeftButtons = { { name = "prev", left = 4 }, { name = "play", left = 29 }, { name = "next", left = 54 } }
-local kTrackLeft = 84
+local kLeftButtons = { { name = "prev", left = 4 }, { name = "play", left = 29 }, { name = "next", left = 54 },
+    { name = "stop", left = 79 } }
+local kTrackLeft = 109
 local kGap = 6
 local kVolumeWidth = 56
 local kKnobRadius = 4.5
@@ -73,6 +74,8 @@ local function corners(inward)
     return shapes
 end
 kShapes.fullscreen, kShapes.windowed = corners(false), corners(true)
+-- The square of stop, in the transport glyphs' box (7 to 18 high).
+kShapes.stop = { { 7.5, 7.5, 17.5, 7.5, 17.5, 17.5, 7.5, 17.5 } }
 
 -- options: player, view, scale, rate (a RatioTime or nil), hasAudio.
 function Controls.new(options)
@@ -149,10 +152,7 @@ function Controls:rectangles()
     fromRight("fullscreen", kButtonSize * s)
     fromRight("volume", kVolumeWidth * s)
     fromRight("mute", kButtonSize * s)
-    local rate = self.player:getPlaybackRate()
-    if rate ~= 1 then
-        fromRight("speed", KyCanvas.measure(speedText(rate), kTextSize * s) + kGap * s)
-    end
+    fromRight("speed", KyCanvas.measure(speedText(self.player:getPlaybackRate()), kTextSize * s) + kGap * s)
     fromRight("clock", KyCanvas.measure(self:clock(), kTextSize * s) + 2 * kGap * s)
     rectangles.track = box(kTrackLeft * s, math.max(kButtonSize * s, right - kTrackLeft * s))
     return rectangles
@@ -258,7 +258,8 @@ function Controls:tip(name)
             or self.player:isMuted() and "Unmute (m)" or "Mute (m)",
         volume = string.format("Volume %d %% (wheel, up, down)", math.floor(self.player:getVolume() * 100 + 0.5)),
         fullscreen = self.view:isFullscreen() and "Leave full screen (f)" or "Full screen (f)",
-        speed = "Speed: [ slower, ] faster",
+        stop = "Stop: back to the start (s)",
+        speed = "Speed (click: faster; [ slower, ] faster)",
         clock = not self.rate and "Hours:minutes:seconds"
             or not self.showTimecode and "Hours:minutes:seconds (click: the timecode)"
             or fields .. " (click: the time)",
@@ -317,11 +318,11 @@ function Controls:render()
     self:drawButton(canvas, "prev", "vid_prev_frame", rectangles.prev)
     self:drawButton(canvas, "play", playing and "vid_pause" or "vid_play", rectangles.play)
     self:drawButton(canvas, "next", "vid_next_frame", rectangles.next)
+    self:drawShapes(canvas, "stop", kShapes.stop, rectangles.stop)
     self:drawTrack(canvas, rectangles.track)
     self:drawText(canvas, self:clock(), rectangles.clock, kTextColour)
-    if rectangles.speed then
-        self:drawText(canvas, speedText(self.player:getPlaybackRate()), rectangles.speed, kAccent)
-    end
+    local rate = self.player:getPlaybackRate()
+    self:drawText(canvas, speedText(rate), rectangles.speed, rate == 1 and kTextColour or kAccent)
     self:drawShapes(canvas, "mute", (self.player:isMuted() or not self.hasAudio) and kShapes.muted or kShapes.sound,
         rectangles.mute)
     self:drawVolume(canvas, rectangles.volume)
@@ -375,7 +376,7 @@ function Controls:follow(x)
 end
 
 -- A mouse event of the view; true when it was the controls'. actions: name -> function for the
--- buttons (prev, play, next, mute, fullscreen).
+-- buttons (prev, play, next, stop, speed, mute, fullscreen).
 function Controls:mouse(event, x, y, actions)
     local hit
     for name, rectangle in pairs(self:rectangles()) do

@@ -20,7 +20,7 @@ local kDefaultWidth, kDefaultHeight = 640, 360
 -- A screenshot's picture is the display size, made smaller to fit a common screen.
 local kShotWidth, kShotHeight = 1280, 720
 -- Narrower, the bar would have no room for its track.
-local kNarrowestBar = 400
+local kNarrowestBar = 480
 local kDefaultFrameSeconds = 1 / 30
 local kHighDensityDpi = 144
 
@@ -68,15 +68,16 @@ local function placeView(view, pictureWidth, pictureHeight, barHeight, scale)
     view:setPosition(areaX + math.floor((areaWidth - width) / 2), areaY + math.floor((areaHeight - height) / 2))
 end
 
--- The next speed up (direction 1) or down (-1) from current; current at either end.
-local function nextRate(current, direction)
+-- The next speed up (direction 1) or down (-1) from current; current at either end, or with wrap
+-- the other end.
+local function nextRate(current, direction, wrap)
     for i = 1, #kRates do
         local rate = kRates[direction > 0 and i or #kRates + 1 - i]
         if (direction > 0 and rate > current) or (direction < 0 and rate < current) then
             return rate
         end
     end
-    return current
+    return wrap and kRates[direction > 0 and 1 or #kRates] or current
 end
 
 return function(options)
@@ -142,10 +143,13 @@ return function(options)
     end
 
     -- Stopped is back at the start: the first frame, the clock at zero. The player stops only what
-    -- plays or pauses; after the end or a stop the first frame is shown at once.
+    -- plays or pauses; after the end or a stop the first frame is shown at once. Starting a stopped
+    -- or ended session at rate 0 shows its first frame; a seek to 0 would not do, as the player
+    -- drops a seek to where the last one went.
     local stopping = false
     local function showStart()
-        showFrameAt(0)
+        player:beginScrubbing()
+        player:play()
         if controls then
             controls:setTime(0)
         end
@@ -242,8 +246,9 @@ return function(options)
             end
         end,
     }
-    local buttons = { play = keys.space, prev = keys.comma, next = keys.period, mute = keys.m,
-        fullscreen = toggleFullscreen }
+    local buttons = { play = keys.space, prev = keys.comma, next = keys.period, stop = stop, mute = keys.m,
+        fullscreen = toggleFullscreen,
+        speed = function() player:setPlaybackRate(nextRate(player:getPlaybackRate(), 1, true)) end }
     view:setEventHandler(function(_, event, a, b)
         if event == "key" and keys[a] then
             keys[a]()

@@ -6,8 +6,9 @@ captured as the X server shows it (xwd). Run under xvfb-run with a 1280x800 scre
 - Placement: clips of 640x360, 1920x1080, 1080x1920 and 3840x2160 open inside the screen's work
   area (a 30-pixel panel is declared at the bottom), centred, at the desktop's scale 1 and 2.
 - Controls: on CLIP (the corpus's quadrant clip, 25 fps, the frame number in a band across the
-  picture) the play button plays, the play head drags, m mutes, ] speeds up, f and a double click
-  toggle full screen, s stops back to the first frame, q quits; without --keep-open vtk ends with
+  picture) the play button plays, the play head drags, m mutes, the wheel sets the volume, ] and a
+  click on the speed speed up, f and a double click toggle full screen, s and the stop button stop
+  back to the first frame, q quits; without --keep-open vtk ends with
   the clip.
 With SCREENSHOTS_DIR, the captures the README shows are written there."""
 import ctypes
@@ -22,7 +23,8 @@ SCREEN = (1280, 800)
 WORK_AREA = (0, 0, 1280, 770)
 BAR_HEIGHT = 29          # the control bar under the picture, at scale 1
 PLAY_BUTTON = (29 + 12, 2 + 12)  # centre of the play button, from the bar's top left
-TRACK_LEFT = 84
+STOP_BUTTON = (79 + 12, 2 + 12)
+TRACK_LEFT = 109
 BUTTON = 25
 FPS = 25
 # From the bar's right end: full screen, volume (56), mute.
@@ -197,7 +199,8 @@ def check_placement(vtk, folder, shots):
 
 
 def check_sound_keys(vtk, clip, shots):
-    """m and ] on a clip with sound: the bar shows the sound muted and the speed."""
+    """m, the wheel and the speed on a clip with sound: the bar shows the sound muted, the volume and
+    the speed."""
     player = Player(vtk, clip, "--paused", "--keep-open")
     try:
         first = wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.varied(29, s.bar + 2, BUTTON, BUTTON))
@@ -211,9 +214,14 @@ def check_sound_keys(vtk, clip, shots):
         player.xdotool("mousemove", "--window", player.window, 5, 5, "click", "--repeat", 4, 5)
         turned = wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.region(*volume) != before)
         check(turned.region(*volume) != before, "the wheel sets the volume (and unmutes)")
-        player.key("bracketright")
-        faster = wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.varied(mute[0] - 40, mute[1], 30, BUTTON))
-        check(faster.varied(mute[0] - 40, mute[1], 30, BUTTON), "] shows the faster speed beside the mute button")
+        speed = (mute[0] - 40, mute[1], 36, BUTTON)
+        for change, name in ((lambda: player.key("bracketright"), "]"),
+                             (lambda: player.xdotool("mousemove", "--window", player.window, speed[0] + 20,
+                                                     speed[1] + 12, "click", 1), "a click on the speed")):
+            before = Shot(player.window, 16 / 9).region(*speed)
+            change()
+            faster = wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.region(*speed) != before)
+            check(faster.region(*speed) != before, f"{name} shows a faster speed beside the mute button")
         if shots:
             player.xdotool("mousemove", "--window", player.window, TRACK_LEFT + 60, first.bar + 14)
             wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.varied(TRACK_LEFT, s.bar - 22, 60, 20)).save(
@@ -263,9 +271,14 @@ def check_controls(vtk, clip):
             check((back.width, back.height) == (first.width, first.height), f"and leaves it again ({back.width}x"
                                                                             f"{back.height})")
 
-        player.key("s")
-        stopped = wait_for(lambda: Shot(player.window), lambda s: s.frame() == 0)
-        check(stopped.frame() == 0, f"s stops on the first frame (shows {stopped.frame()})")
+        for stop, name in ((lambda: player.key("s"), "s"),
+                           (lambda: player.xdotool("mousemove", "--window", player.window, STOP_BUTTON[0],
+                                                   first.bar + STOP_BUTTON[1], "click", 1), "the stop button")):
+            player.key("space")
+            wait_for(lambda: Shot(player.window), lambda s: s.frame() > 5)
+            stop()
+            stopped = wait_for(lambda: Shot(player.window), lambda s: s.frame() == 0)
+            check(stopped.frame() == 0, f"{name} stops on the first frame (shows {stopped.frame()})")
         player.key("q")
         check(player.process.wait(timeout=10) == 0, "q quits with status 0")
     except (SystemExit, subprocess.CalledProcessError):
