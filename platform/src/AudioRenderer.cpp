@@ -51,9 +51,6 @@ HRESULT AudioRenderer::QueryInterface(REFIID riid, void** ppv) {
 bool AudioRenderer::openDevice() {
     // A machine without sound plays silently; ALSA's complaints about it stay off standard error.
     const KyAlsaMessages alsa;
-    const struct Drop {
-        ~Drop() { KyAlsaMessages::taken(); }
-    } drop;
     SDL_AudioSpec want{};
     want.freq = kOutputRate;
     want.format = AUDIO_S16SYS;
@@ -62,18 +59,18 @@ bool AudioRenderer::openDevice() {
     want.callback = &AudioRenderer::feed;
     want.userdata = this;
     SDL_AudioSpec have{};
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        if (!startAudio()) return false;
+    for (int attempt = 0; attempt < 2 && device_ == 0 && startAudio(); ++attempt) {
         // SDL converts from this format to whatever the device wants.
         device_ = SDL_OpenAudioDevice(nullptr, 0, &want, &have, 0);
         if (device_ != 0) {
             latency_ = static_cast<LONGLONG>(have.samples) * kHundredNanosecondsPerSecond / std::max(have.freq, 1);
-            return true;
+        } else {
+            SDL_QuitSubSystem(SDL_INIT_AUDIO);
+            SDL_SetHint(SDL_HINT_AUDIODRIVER, "dummy");
         }
-        SDL_QuitSubSystem(SDL_INIT_AUDIO);
-        SDL_SetHint(SDL_HINT_AUDIODRIVER, "dummy");
     }
-    return false;
+    KyAlsaMessages::taken();
+    return device_ != 0;
 }
 
 void AudioRenderer::start(BoundedQueue<AudioChunk>* chunks, PresentationClock* clock, SeekState* seek) {
