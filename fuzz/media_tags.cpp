@@ -13,7 +13,7 @@
 
 #include "FuzzCheck.h"
 #include "FuzzFields.h"
-#include "MediaTags.h"
+#include "properties/MediaTags.h"
 #include "Win32.h"
 
 using namespace kyplatform;

@@ -58,12 +58,12 @@ struct OpenGLInfo {
 };
 
 // Adapters in PCI address order.
-KY_EXPORT std::vector<GraphicsAdapter> sniffGraphicsAdapters(const SniffRoots& roots);
+std::vector<GraphicsAdapter> sniffGraphicsAdapters(const SniffRoots& roots);
 // Cards in index order.
-KY_EXPORT std::vector<SoundCard> sniffSoundCards(const SniffRoots& roots);
+std::vector<SoundCard> sniffSoundCards(const SniffRoots& roots);
 // From a surfaceless EGL context with desktop OpenGL; any thread, but one call at a time. The
 // context is current on the calling thread only during the call, which leaves none current.
-KY_EXPORT OpenGLInfo sniffOpenGL();
+OpenGLInfo sniffOpenGL();
 
 }  // namespace ky
 

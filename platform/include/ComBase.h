@@ -8,6 +8,9 @@
 #include <utility>
 
 #include "PlatformTypes.h"
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
 
 extern const IID IID_IUnknown;
 
@@ -72,5 +75,7 @@ public:
 private:
     std::atomic<ULONG> count_{1};
 };
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

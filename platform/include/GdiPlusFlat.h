@@ -10,6 +10,9 @@
 #include <cstddef>
 
 #include "PlatformTypes.h"
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
 
 enum GpStatus {
     Ok = 0,
@@ -237,5 +240,7 @@ private:
 };
 
 }  // namespace Gdiplus
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

@@ -9,6 +9,10 @@
 
 #include <string>
 
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
+
 class KyAlsaMessages {
 public:
     KyAlsaMessages();
@@ -24,5 +28,7 @@ private:
     void* library_ = nullptr;
     int (*setHandler_)(void (*)(const char*, int, const char*, int, const char*, ...)) = nullptr;
 };
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

@@ -19,6 +19,9 @@
 #include <vector>
 
 #include "PlatformTypes.h"
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
 
 struct KyGrabbedFrame {
     int width = 0;
@@ -31,5 +34,7 @@ struct KyGrabbedFrame {
 /* Fits the display size in boundWidth x boundHeight (0: no bound on that side), shape kept, and
  * always within kLargestPictureSide a side; never scales up. */
 HRESULT KyGrabFrame(LPCWSTR path, LONGLONG time, int boundWidth, int boundHeight, KyGrabbedFrame* frame);
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

@@ -13,6 +13,9 @@
 #include <vector>
 
 #include "PlatformTypes.h"
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
 
 /* One stream; numbers the container does not state are 0 and texts empty. */
 struct KyStreamDescription {
@@ -36,5 +39,7 @@ struct KyMediaDescription {
 /* Reads the container's header and as much of the streams as the header leaves unsaid, within
  * the platform's picture limit. */
 HRESULT KyDescribeMedia(LPCWSTR path, KyMediaDescription* description);
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

@@ -15,6 +15,10 @@
 #include <cstdio>
 #include <string>
 
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
+
 class KySafeFile {
 public:
     KySafeFile() = default;
@@ -46,5 +50,7 @@ private:
 
 /* Writes bytes to path through a KySafeFile; false with errno set on failure. */
 bool KySafeFile_writeAll(const std::string& path, const void* bytes, size_t size);
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

@@ -11,6 +11,9 @@
 
 #include "ComBase.h"
 #include "PropertySystem.h"
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
 
 // Attribute and type GUIDs.
 extern const GUID MF_MT_MAJOR_TYPE;
@@ -151,5 +154,7 @@ HRESULT MFCreateMediaType(IMFMediaType** mediaType);
  * a damaged one MF_E_INVALID_FORMAT. */
 HRESULT MFCreateSourceReaderFromURL(LPCWSTR url, IMFAttributes* attributes, IMFSourceReader** reader);
 HRESULT MFCreateSourceResolver(IMFSourceResolver** resolver);
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

@@ -15,6 +15,9 @@
 
 #include "MediaFoundation.h"
 #include "Win32Window.h"
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
 
 typedef DWORD MediaEventType;
 enum : MediaEventType {
@@ -191,5 +194,7 @@ HRESULT MFCreateAudioRendererActivate(IMFActivate** activate);
  * with video is ready, MF_RATE_CONTROL_SERVICE, MR_POLICY_VOLUME_SERVICE);
  * MF_E_UNSUPPORTED_SERVICE-like E_NOINTERFACE. */
 HRESULT MFGetService(IUnknown* object, REFGUID service, REFIID riid, void** ppv);
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

@@ -8,6 +8,10 @@
 #include <cstdint>
 #include <cstring>
 
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
+
 typedef int32_t HRESULT;
 typedef int32_t BOOL;
 typedef int32_t LONG;
@@ -96,5 +100,7 @@ constexpr HRESULT MF_E_END_OF_STREAM = MakeHResult(0xC00D3E84);
 constexpr HRESULT MF_E_SHUTDOWN = MakeHResult(0xC00D3E85);
 constexpr HRESULT MF_E_INVALID_FORMAT = MakeHResult(0xC00D3E8C);
 constexpr HRESULT MF_E_TOPO_CODEC_NOT_FOUND = MakeHResult(0xC00D5212);
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

@@ -6,6 +6,9 @@
 #define KY_PROPERTY_SYSTEM_H
 
 #include "ComBase.h"
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
 
 typedef uint16_t VARTYPE;
 enum : VARTYPE {
@@ -82,5 +85,7 @@ extern const PROPERTYKEY PKEY_GPS_Altitude;        // VT_R8: metres
 extern const PROPERTYKEY PKEY_GPS_AltitudeRef;     // VT_UI4: 0 above sea level, 1 below
 extern const PROPERTYKEY PKEY_Photo_CameraModel;   // VT_LPWSTR
 extern const PROPERTYKEY PKEY_Photo_CameraManufacturer;  // VT_LPWSTR
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

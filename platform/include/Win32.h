@@ -10,6 +10,9 @@
 #include <string>
 
 #include "PlatformTypes.h"
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
 
 /* Handles of kernel objects (events, Win32Event.h); null is never a valid one. */
 typedef void* HANDLE;
@@ -72,5 +75,7 @@ constexpr UINT CP_UTF8 = 65001;
  * ANSI code page lacks become '?'. Invalid UTF-8 becomes U+FFFD. */
 std::string WideToMultiByte(UINT codePage, const std::wstring& text);
 std::wstring MultiByteToWide(UINT codePage, const std::string& text);
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

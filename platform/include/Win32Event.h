@@ -6,6 +6,9 @@
 #define KY_WIN32_EVENT_H
 
 #include "Win32.h"
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
 
 constexpr DWORD WAIT_OBJECT_0 = 0;
 constexpr DWORD WAIT_TIMEOUT = 258;
@@ -22,5 +25,7 @@ BOOL ResetEvent(HANDLE event);
  * handle closed while a thread waits on it leaves that wait to end by its own timeout. */
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 BOOL CloseHandle(HANDLE handle);
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

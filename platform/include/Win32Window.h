@@ -23,6 +23,9 @@
 
 #include "Win32.h"
 #include "Win32Event.h"
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
 
 struct HWND__;
 typedef HWND__* HWND;  // names a window; never dereferenced, so a stale one is detected
@@ -273,5 +276,7 @@ void KyWindow_setPresenter(KyWindowPresenter presenter);
  * number of times): at exit, the windows still open are destroyed and SDL is quit, so that what a
  * leak check still finds allocated inside SDL was left there by a caller. */
 void KySdl_quitAtExit();
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "MediaTags.h"
+#include "properties/MediaTags.h"
 
 namespace {
 

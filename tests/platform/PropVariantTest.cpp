@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "PropertyValue.h"
+#include "properties/PropertyValue.h"
 
 namespace {
 

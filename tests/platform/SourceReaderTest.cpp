@@ -16,7 +16,7 @@
 
 #include "MediaFiles.h"
 #include "MediaFoundation.h"
-#include "WorkQueue.h"
+#include "source/WorkQueue.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The source resolver: opens a file as a media source, at once and on the caller's thread.
 #include <new>
 
-#include "FfmpegInput.h"
+#include "ffmpeg/FfmpegInput.h"
 #include "FileMediaSource.h"
 
 namespace {

@@ -2,9 +2,9 @@
 
 #include <new>
 
-#include "FfmpegDecoding.h"
-#include "FrameConverter.h"
-#include "MediaTimeline.h"
+#include "ffmpeg/FfmpegDecoding.h"
+#include "ffmpeg/FrameConverter.h"
+#include "ffmpeg/MediaTimeline.h"
 
 extern "C" {
 #include <libavformat/avformat.h>

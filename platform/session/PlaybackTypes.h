@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "BoundedQueue.h"
-#include "FfmpegDecoding.h"
+#include "ffmpeg/FfmpegDecoding.h"
 #include "PlatformTypes.h"
 
 extern "C" {

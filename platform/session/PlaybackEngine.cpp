@@ -3,8 +3,8 @@
 #include <system_error>
 #include <vector>
 
-#include "FfmpegInput.h"
-#include "MediaTimeline.h"
+#include "ffmpeg/FfmpegInput.h"
+#include "ffmpeg/MediaTimeline.h"
 
 extern "C" {
 #include <libavformat/avformat.h>

@@ -2,7 +2,7 @@
 
 #include <mutex>
 
-#include "AttributeStore.h"
+#include "source/AttributeStore.h"
 
 namespace kyplatform {
 

@@ -9,7 +9,7 @@
 #include "FreedMemory.h"
 #include "MediaEvent.h"
 #include "PlaybackScheduler.h"
-#include "PresentationDescriptor.h"
+#include "source/PresentationDescriptor.h"
 #include "Topology.h"
 
 namespace kyplatform {

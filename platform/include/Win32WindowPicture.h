@@ -8,6 +8,9 @@
 #include <functional>
 
 #include "Win32Window.h"
+#include "PlatformExport.h"
+
+KY_PLATFORM_EXPORTS_BEGIN
 
 /* Writes the picture into pixels, rows top-down and pitch bytes apart; false when it cannot. */
 using KyPaintPicture = std::function<bool(uint8_t* pixels, int pitch)>;
@@ -19,8 +22,11 @@ using KyPaintPicture = std::function<bool(uint8_t* pixels, int pitch)>;
  * past a row's end or the last row); it is kept for the next picture of that layout and for
  * KyWindow_repaint. An empty destination shows no picture and calls no paint. FALSE with
  * ERROR_INVALID_PARAMETER for a destination past kLargestPictureSide, a stride or rows too small
- * for it or past twice kLargestPictureSide (in pixels), ERROR_GEN_FAILURE when SDL fails or paint returns false (the window then shows no
- * picture), and findWindow's errors. */
+ * for it or past twice kLargestPictureSide (in pixels), ERROR_GEN_FAILURE when SDL fails or paint
+ * returns false (the window then shows no picture), ERROR_INVALID_THREAD_ID off the main thread
+ * and ERROR_INVALID_WINDOW_HANDLE for a window that is not one. */
 BOOL KyWindow_paintPicture(HWND window, const RECT& destination, int stride, int rows, const KyPaintPicture& paint);
+
+KY_PLATFORM_EXPORTS_END
 
 #endif

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "AttributeStore.h"
-#include "MediaTimeline.h"
+#include "ffmpeg/MediaTimeline.h"
 
 extern "C" {
 #include <libavformat/avformat.h>

@@ -2,7 +2,7 @@
 // when the session resolves the topology. The renderer is made once and shared by later calls.
 #include <mutex>
 
-#include "AttributeStore.h"
+#include "source/AttributeStore.h"
 #include "AudioRenderer.h"
 #include "VideoRenderer.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <new>
 
-#include "MediaTimeline.h"
+#include "ffmpeg/MediaTimeline.h"
 
 extern "C" {
 #include <libavformat/avformat.h>

@@ -9,7 +9,7 @@
 #include <functional>
 #include <mutex>
 
-#include "FrameConverter.h"
+#include "ffmpeg/FrameConverter.h"
 #include "MediaSession.h"
 #include "PlaybackTypes.h"
 

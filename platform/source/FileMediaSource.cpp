@@ -4,10 +4,10 @@
 #include <new>
 #include <string>
 
-#include "FfmpegInput.h"
-#include "MediaTags.h"
+#include "ffmpeg/FfmpegInput.h"
+#include "properties/MediaTags.h"
 #include "PresentationDescriptor.h"
-#include "PropertyStore.h"
+#include "properties/PropertyStore.h"
 
 extern "C" {
 #include <libavformat/avformat.h>

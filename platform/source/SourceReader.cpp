@@ -12,10 +12,10 @@
 #include <new>
 #include <vector>
 
-#include "FfmpegDecoding.h"
-#include "FfmpegInput.h"
-#include "FrameConverter.h"
-#include "MediaTimeline.h"
+#include "ffmpeg/FfmpegDecoding.h"
+#include "ffmpeg/FfmpegInput.h"
+#include "ffmpeg/FrameConverter.h"
+#include "ffmpeg/MediaTimeline.h"
 #include "MediaFoundation.h"
 #include "MediaSample.h"
 #include "WorkQueue.h"

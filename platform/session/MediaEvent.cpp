@@ -1,7 +1,7 @@
 #include "MediaEvent.h"
 
-#include "AttributeStore.h"
-#include "WorkQueue.h"
+#include "source/AttributeStore.h"
+#include "source/WorkQueue.h"
 
 namespace kyplatform {
 
