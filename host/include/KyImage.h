@@ -117,7 +117,8 @@ public:
     }
     unsigned int GetWidth() const { return nativeImage_ ? nativeImage_->GetWidth() : 0; }
     unsigned int GetHeight() const { return nativeImage_ ? nativeImage_->GetHeight() : 0; }
-    /* Writes the pixels as a PNG file; false when the file cannot be written (errno says why). */
+    /* Writes the pixels as a PNG file; false when there are no pixels, or when the file cannot be
+     * written (errno says why). */
     bool WritePNG(const std::wstring& path) const;
     /* Writes the pixels as a JPEG file at quality 0 to 100; false as WritePNG. */
     bool WriteJPEG(const std::wstring& path, int quality) const;
@@ -166,8 +167,8 @@ private:
 };
 
 /* Pushes the image as a Lua value (a "KyImage" object with width, height, getPixel, writePNG,
- * writeJPEG);
- * the Lua value owns the reference passed in. Runs on the thread of L. */
+ * writeJPEG), or nil for a null image; the Lua value owns the reference passed in. Runs on the
+ * thread of L. */
 KY_EXPORT void KyImageRef_pushToLua(lua_State* L, RCPtr<KyImage> image);
 /* The image at the index, else a Lua argument error. */
 KY_EXPORT RCPtr<KyImage> KyLua_checkWinImage(lua_State* L, int index);

@@ -3,7 +3,8 @@
  *
  * A transit queue carries cargo, Lua values (tables of strings) built natively by successive
  * pushes, to be read by Lua with queue:dequeue(false), which gives the next cargo rebuilt as a Lua
- * value and the number of cargos still waiting, or nil when the queue is empty; it never waits.
+ * value and the number of cargos still waiting, or nil and 0 when the queue is empty; it never
+ * waits.
  * A queue is shared by its Lua object and the native references taken from it, and lives while
  * any of them does. Its cargo functions may be called from any thread (the queue has a lock).
  *
@@ -13,8 +14,8 @@
  * reference also keeps the Lua value reachable (see KyDirectObject_keepLuaValue), so that a cycle
  * through native code never hides garbage from the collector. A trigger of an action whose Lua
  * value was collected, or whose state was closed, does nothing. Copy belongs to the main thread;
- * trigger and release may come from any thread. An error raised by the function ends that run; the event loop
- * reports it (KyEventLoop.h). */
+ * trigger and release may come from any thread. An error raised by the function ends that run;
+ * the event loop writes it to standard error and counts it as a failure. */
 #ifndef KY_TRANSIT_H
 #define KY_TRANSIT_H
 

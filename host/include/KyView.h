@@ -1,18 +1,19 @@
 /* Views: the host's windows as Lua and toolkits meet them.
  *
- * A view is a Lua object made by KyView.createKyView{width=, height=, title=, _WinClass=}. Each
- * has a manifestation, its native window side, of the kind that _WinClass names (a value pushed by
- * KyView_Win_pushViewClass; the plain kind without one). A view without a parent is a top-level
- * window of the platform (child views are not supported). The host owns the manifestation; while
- * its window is open the view is kept alive by the host, so a script may drop it; closing the
- * window (view:close() or the close button) lets it go. Views live on the main thread: every call
- * here belongs to it.
+ * A view is a Lua object made by KyView.createKyView{width=, height=, title=, visible=, _WinClass=}
+ * (each side 1 to kLargestPictureSide). Each has a manifestation, its native window side, of the
+ * kind that _WinClass names (a value pushed by KyView_Win_pushViewClass; the plain kind without
+ * one). A view without a parent is a top-level window of the platform (child views are not
+ * supported). The host owns the manifestation; while its window is open the view is kept alive by
+ * the host, so a script may drop it; closing the window (view:close() or the close button) lets it
+ * go. Views live on the main thread: every call here belongs to it.
  *
  * The view's window procedure hands each message first to the manifestation (windowMessage_L),
  * then, unless that dealt with it, to the view's event handler (view:setEventHandler), as events
  * "size" (width, height), "paint", "key" (a name: "space", "left", "comma", "q", ...),
- * "mouse_down", "mouse_up", "mouse_move" (x, y) and "close"; a handler that answers "close" with
- * true keeps the window. When the window closes the manifestation hears WM_DESTROY. A view also
+ * "mouse_down", "mouse_up", "mouse_double", "mouse_move" (x, y), "wheel" (notches, positive away
+ * from the user) and "close"; a handler that answers "close" with true keeps the window. When the
+ * window closes the manifestation hears WM_DESTROY (not while the Lua state closes). A view also
  * holds a delegate, any Lua value, that kinds of view may hand their work to (view:setDelegate). */
 #ifndef KY_VIEW_H
 #define KY_VIEW_H

@@ -22,7 +22,6 @@
 
 namespace {
 
-constexpr DWORD kResolveFlags = MF_RESOLUTION_MEDIASOURCE | MF_RESOLUTION_CONTENT_DOES_NOT_HAVE_TO_MATCH_EXTENSION_OR_MIME_TYPE;
 
 template <typename T>
 void release(T*& pointer) {
@@ -38,7 +37,7 @@ HRESULT countStreams(const std::wstring& path, int* audio, int* video) {
     MF_OBJECT_TYPE type = MF_OBJECT_INVALID;
     DWORD count = 0;
     HRESULT hr = MFCreateSourceResolver(&resolver);
-    if (SUCCEEDED(hr)) hr = resolver->CreateObjectFromURL(path.c_str(), kResolveFlags, nullptr, &type, &object);
+    if (SUCCEEDED(hr)) hr = resolver->CreateObjectFromURL(path.c_str(), kResolveAnyMediaSource, nullptr, &type, &object);
     if (SUCCEEDED(hr)) hr = object->QueryInterface(IID_IMFMediaSource, reinterpret_cast<void**>(&source));
     if (SUCCEEDED(hr)) hr = source->CreatePresentationDescriptor(&descriptor);
     if (SUCCEEDED(hr)) hr = descriptor->GetStreamDescriptorCount(&count);
@@ -141,7 +140,7 @@ int describe(lua_State* L) {
     return 1;
 }
 
-constexpr double kHundredNanoseconds = 1e7;
+constexpr double kHundredNanoseconds = kHundredNanosecondsPerSecond;
 
 // A GDI+ bitmap holding the grabbed pixels; null when memory is short.
 Gdiplus::Bitmap* bitmapOf(const KyGrabbedFrame& frame) {
@@ -171,8 +170,10 @@ int grab(lua_State* L) {
     const lua_Integer width = luaL_optinteger(L, 3, 0);
     const lua_Integer height = luaL_optinteger(L, 4, 0);
     luaL_argcheck(L, seconds >= 0 && seconds < 1e9, 2, "seconds must be 0 or more");
-    luaL_argcheck(L, width >= 0 && width <= kLargestPictureSide, 3, "width must be 0 to 16384");
-    luaL_argcheck(L, height >= 0 && height <= kLargestPictureSide, 4, "height must be 0 to 16384");
+    luaL_argcheck(L, width >= 0 && width <= kLargestPictureSide, 3,
+                  lua_pushfstring(L, "width must be 0 to %d", kLargestPictureSide));
+    luaL_argcheck(L, height >= 0 && height <= kLargestPictureSide, 4,
+                  lua_pushfstring(L, "height must be 0 to %d", kLargestPictureSide));
     KyGrabbedFrame frame;
     const HRESULT hr = KyGrabFrame(path.c_str(), static_cast<LONGLONG>(seconds * kHundredNanoseconds + 0.5),
                                    static_cast<int>(width), static_cast<int>(height), &frame);

@@ -26,15 +26,17 @@
 #include "KyFont.h"
 #include "KyHostModules.h"
 #include "KyImage.h"
+#include "KyNativeCall.h"
 
 namespace {
 
 constexpr const char* kCanvasMeta = "KyCanvas";
-constexpr int kLargest = kLargestPictureSide;
 
 int checkSize(lua_State* L, int index, const char* what) {
     const lua_Integer value = luaL_checkinteger(L, index);
-    if (value < 1 || value > kLargest) luaL_error(L, "KyCanvas: %s must be 1 to %d", what, kLargest);
+    if (value < 1 || value > kLargestPictureSide) {
+        luaL_error(L, "KyCanvas: %s must be 1 to %d", what, kLargestPictureSide);
+    }
     return static_cast<int>(value);
 }
 
@@ -100,7 +102,8 @@ int fromPNG(lua_State* L) {
         lua_pushfstring(L, "KyCanvas: no PNG (%s)", image.message);
         return 2;
     }
-    if (image.width < 1 || image.height < 1 || image.width > kLargest || image.height > kLargest) {
+    if (image.width < 1 || image.height < 1 || image.width > kLargestPictureSide ||
+        image.height > kLargestPictureSide) {
         png_image_free(&image);
         lua_pushnil(L);
         lua_pushliteral(L, "KyCanvas: the PNG's size is out of range");
@@ -186,8 +189,9 @@ ky::TextMask checkText(lua_State* L, int textIndex, int sizeIndex) {
     size_t length = 0;
     const char* text = luaL_checklstring(L, textIndex, &length);
     const lua_Integer size = luaL_checkinteger(L, sizeIndex);
-    luaL_argcheck(L, size >= ky::kSmallestTextSize && size <= ky::kLargestTextSize, sizeIndex, "size must be 4 to 512");
-    luaL_argcheck(L, std::strlen(text) == length, textIndex, "a NUL character would end the text early");
+    luaL_argcheck(L, size >= ky::kSmallestTextSize && size <= ky::kLargestTextSize, sizeIndex,
+                  lua_pushfstring(L, "size must be %d to %d", ky::kSmallestTextSize, ky::kLargestTextSize));
+    ky::checkNoNul(L, textIndex, text, length);
     ky::TextMask mask;
     std::string error;
     if (!ky::renderText(std::string(text, length), static_cast<int>(size), &mask, &error)) {
@@ -282,7 +286,8 @@ int fromImage(lua_State* L) {
     auto* bitmap = static_cast<Gdiplus::Bitmap*>(image->GetNativeImageRef()->GetNativeImage());
     const int width = static_cast<int>(image->GetWidth());
     const int height = static_cast<int>(image->GetHeight());
-    luaL_argcheck(L, width <= kLargest && height <= kLargest, 1, "the image is larger than a canvas may be");
+    luaL_argcheck(L, width <= kLargestPictureSide && height <= kLargestPictureSide, 1,
+                  "the image is larger than a canvas may be");
     const GpRect rect{0, 0, width, height};
     BitmapData locked{};
     if (GdipBitmapLockBits(bitmap->nativeImage(), &rect, ImageLockModeRead, PixelFormat32bppARGB, &locked) != Ok) {

@@ -55,6 +55,10 @@ const char* checkWholeName(lua_State* L, int index) {
     return std::strlen(name) == length ? name : nullptr;
 }
 
+void checkNoNul(lua_State* L, int index, const char* text, size_t length) {
+    luaL_argcheck(L, std::strlen(text) == length, index, "a NUL character would end the text early");
+}
+
 void pushNativeFunction(lua_State* L, lua_CFunction function) {
     pushClosureCache(L);
     void* key = reinterpret_cast<void*>(function);

@@ -48,6 +48,10 @@ int finaliseOnce(lua_State* L, const void* record, Finalise finalise) {
 // value that is no string.
 const char* checkWholeName(lua_State* L, int index);
 
+// A Lua argument error for text (length bytes, the string at the index) that holds a NUL: its C
+// text would end there.
+void checkNoNul(lua_State* L, int index, const char* text, size_t length);
+
 // Pushes a Lua C function that runs `function` inside a NativeCallScope. The same function
 // pointer always yields the same closure within one state, so tables built twice share it.
 void pushNativeFunction(lua_State* L, lua_CFunction function);

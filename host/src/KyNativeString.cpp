@@ -1,13 +1,12 @@
 #include "KyNativeString.h"
 
-#include <cstring>
-
+#include "KyNativeCall.h"
 #include "Win32.h"
 
 KyNativeString KyLua_checkNativeString(lua_State* L, int index) {
     size_t length = 0;
     const char* text = luaL_checklstring(L, index, &length);
-    luaL_argcheck(L, std::strlen(text) == length, index, "a NUL character would end the text early");
+    ky::checkNoNul(L, index, text, length);
     return MultiByteToWide(CP_UTF8, std::string(text, length));
 }
 

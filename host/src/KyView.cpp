@@ -94,8 +94,10 @@ int viewGetDpi(void* record, lua_State* L) {
 int viewSetSize(void* record, lua_State* L) {
     const int width = static_cast<int>(luaL_checkinteger(L, 2));
     const int height = static_cast<int>(luaL_checkinteger(L, 3));
-    luaL_argcheck(L, width > 0 && width <= kLargestPictureSide, 2, "width must be 1 to 16384");
-    luaL_argcheck(L, height > 0 && height <= kLargestPictureSide, 3, "height must be 1 to 16384");
+    luaL_argcheck(L, width > 0 && width <= kLargestPictureSide, 2,
+                  lua_pushfstring(L, "width must be 1 to %d", kLargestPictureSide));
+    luaL_argcheck(L, height > 0 && height <= kLargestPictureSide, 3,
+                  lua_pushfstring(L, "height must be 1 to %d", kLargestPictureSide));
     MoveWindow(openWindow(record, L), 0, 0, width, height, TRUE);
     return 0;
 }
@@ -506,8 +508,8 @@ int createKyView(lua_State* L) {
     osFactory(L);
     if (!lua_isnil(L, -2) && !lua_rawequal(L, -1, -2)) luaL_error(L, "createKyView: unknown _manifestationFactory");
     lua_pop(L, 3);
-    const int width = intField(L, "width", kDefaultWidth, 16384);
-    const int height = intField(L, "height", kDefaultHeight, 16384);
+    const int width = intField(L, "width", kDefaultWidth, kLargestPictureSide);
+    const int height = intField(L, "height", kDefaultHeight, kLargestPictureSide);
     lua_getfield(L, 1, "title");
     const KyNativeString title = lua_isnil(L, -1) ? KyNativeString() : KyLua_checkNativeString(L, -1);
     lua_getfield(L, 1, "visible");

@@ -1,11 +1,11 @@
-// getMetadata: the camera metadata of a file as an XMP packet. Eight properties are read from the
-// file's property store as text (each lookup opens the file on its own), rearranged by the XMP
-// text functions, and filled into the packet's template.
+// metadataPacket: the properties read one lookup at a time, rearranged by the XMP text functions
+// and filled into the packet's template.
+#include "MetadataPacket.h"
+
 #include <new>
 
-#include "KyNativeString.h"
-#include "VideoSourceReader.h"
-#include "VideoSupportNatives.h"
+#include "MediaFoundation.h"
+#include "PropertySystem.h"
 #include "Win32.h"
 #include "XmpPacket.h"
 
@@ -15,7 +15,6 @@ constexpr UINT kPropertyTextLength = 8192;
 constexpr DWORD kResolveFlags =
     MF_RESOLUTION_MEDIASOURCE | MF_RESOLUTION_CONTENT_DOES_NOT_HAVE_TO_MATCH_EXTENSION_OR_MIME_TYPE | MF_RESOLUTION_READ;
 const wchar_t kNotFound[] = L"not found";
-
 
 std::wstring readPropertyText(const std::wstring& path, const PROPERTYKEY& key) {
     std::wstring answer = kNotFound;
@@ -49,29 +48,9 @@ std::wstring readPropertyText(const std::wstring& path, const PROPERTYKEY& key) 
     return answer;
 }
 
-int pushFailure(lua_State* L, const char* message) {
-    lua_pushstring(L, message);
-    lua_pushboolean(L, 0);
-    return 2;
-}
-
 }  // namespace
 
-int VideoSupport_getMetadata_L(lua_State* L) {
-    VideoStreamInfo info;
-    const KyNativeString path = KyLua_checkNativeString(L, 1);
-    if (path.empty()) return pushFailure(L, "null path");
-    auto* reader = new (std::nothrow) VideoSourceReader();
-    if (reader == nullptr) return pushFailure(L, "cannot allocate VideoSourceReader");
-    if (FAILED(reader->open(path.c_str()))) {
-        reader->Release();
-        return pushFailure(L, "video asset not found");
-    }
-    // A file that opens but gives no stream properties keeps a zero record: duration 0, orientation 1.
-    if (SUCCEEDED(reader->selectVideoOutput())) reader->readStreamInfo(info);
-    reader->closeReader();
-    reader->Release();
-
+std::string metadataPacket(const std::wstring& path, const VideoStreamInfo& info) {
     XmpValues values;
     values.creationDate = formatCreationDate(readPropertyText(path, PKEY_Media_DateEncoded));
     std::wstring latitude = removeZeroTriples(readPropertyText(path, PKEY_GPS_Latitude));
@@ -86,9 +65,5 @@ int VideoSupport_getMetadata_L(lua_State* L) {
     values.durationInTicks = durationTicksText(info.duration);
     values.model = readPropertyText(path, PKEY_Photo_CameraModel);
     values.orientation = orientationText(info.rotation);
-
-    const std::string packet = WideToMultiByte(CP_ACP, fillXmpPacket(values));
-    lua_pushboolean(L, 1);
-    lua_pushlstring(L, packet.data(), packet.size());
-    return 2;
+    return WideToMultiByte(CP_ACP, fillXmpPacket(values));
 }

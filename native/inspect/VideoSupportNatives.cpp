@@ -4,18 +4,25 @@
 
 #include "ErrorText.h"
 #include "KyNativeString.h"
+#include "MetadataPacket.h"
 #include "RatioTimeLua.h"
 #include "VideoSourceReader.h"
 
 namespace {
 
-constexpr int64_t kUnitsPerSecond = 10000000;
 constexpr lua_Number kAudioSampleRate = 44100;
 
 void pushErrorTable(lua_State* L, HRESULT code) {
     lua_createtable(L, 0, 1);
     KyLua_pushNativeString(L, errorText(code));
     lua_setfield(L, -2, "error_message");
+}
+
+// getMetadata's failure: the message, then false.
+int pushFailure(lua_State* L, const char* message) {
+    lua_pushstring(L, message);
+    lua_pushboolean(L, 0);
+    return 2;
 }
 
 // The reader's life in a native: made, opened, given to work, closed and released. An empty path
@@ -48,7 +55,7 @@ int VideoSupport_getVideoFileInfo_L(lua_State* L) {
         return 1;
     }
     lua_createtable(L, 0, 7);
-    RatioTime_pushToLua(L, RatioTime{info.duration, kUnitsPerSecond});
+    RatioTime_pushToLua(L, RatioTime{info.duration, kHundredNanosecondsPerSecond});
     lua_setfield(L, -2, "duration");
     // A stream that states no frame rate gets 0/1: a RatioTime's denominator is never zero.
     const RatioTime frameRate = info.frameRateDenominator == 0
@@ -88,5 +95,23 @@ int VideoSupport_getPosterFrame_L(lua_State* L) {
     lua_setfield(L, -2, "displayHeight");
     lua_pushnumber(L, info.rotation);
     lua_setfield(L, -2, "videoRotation");
+    return 2;
+}
+
+int VideoSupport_getMetadata_L(lua_State* L) {
+    const KyNativeString path = KyLua_checkNativeString(L, 1);
+    if (path.empty()) return pushFailure(L, "null path");
+    VideoStreamInfo info;
+    // A file that opens but gives no stream properties keeps a zero record: duration 0, orientation 1.
+    const HRESULT hr = withOpenReader(path, [&info](VideoSourceReader& reader) {
+        if (SUCCEEDED(reader.selectVideoOutput())) reader.readStreamInfo(info);
+        return S_OK;
+    });
+    // The reader's open fails as MF_E_NOT_INITIALIZED: E_OUTOFMEMORY is its own allocation.
+    if (hr == E_OUTOFMEMORY) return pushFailure(L, "cannot allocate VideoSourceReader");
+    if (FAILED(hr)) return pushFailure(L, "video asset not found");
+    const std::string packet = metadataPacket(path, info);
+    lua_pushboolean(L, 1);
+    lua_pushlstring(L, packet.data(), packet.size());
     return 2;
 }

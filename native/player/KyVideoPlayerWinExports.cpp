@@ -17,7 +17,8 @@
 
 namespace {
 
-constexpr int64_t kTicksPerSecond = 10000000;
+// The program error of a method called on an invalidated object.
+constexpr const char kInvalidated[] = "Invalidate";
 
 }  // namespace
 
@@ -64,7 +65,7 @@ void KyVideoPlayerWin_messageSink(const std::wstring& text, bool isError,
 // The common opening of every method: a strong reference for the length of the call.
 std::shared_ptr<_KyVideoPlayerWinPrivate> openMethod(void* record) {
     auto* object = static_cast<KyVideoPlayerWin*>(record);
-    if (!object->priv) KyThrowProgramError("Invalidate");
+    if (!object->priv) KyThrowProgramError(kInvalidated);
     std::lock_guard<std::mutex> hold(object->mutex);
     return object->priv;
 }
@@ -127,11 +128,11 @@ int getPlayerState(void* record, lua_State* L) {
 template <LONGLONG (NativePlayer::*time)()>
 int pushTime(void* record, lua_State* L) {
     std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
-    return RatioTime_pushToLua(L, RatioTime{(playerOf(record, &keep).*time)(), kTicksPerSecond});
+    return RatioTime_pushToLua(L, RatioTime{(playerOf(record, &keep).*time)(), kHundredNanosecondsPerSecond});
 }
 
 // The numerator is taken as 100-ns units whatever the denominator: the Lua class always sends
-// a time over 10000000.
+// a time over kHundredNanosecondsPerSecond.
 int setPosition(void* record, lua_State* L) {
     const RatioTime position = RatioTime_checkFromLua(L);
     std::shared_ptr<_KyVideoPlayerWinPrivate> keep;
@@ -192,7 +193,7 @@ int setPosterFrame(void* record, lua_State* L) {
 
 int invalidateReference(void* record, lua_State*) {
     auto* object = static_cast<KyVideoPlayerWin*>(record);
-    if (!object->priv) KyThrowProgramError("Invalidate");
+    if (!object->priv) KyThrowProgramError(kInvalidated);
     std::lock_guard<std::mutex> hold(object->mutex);
     object->priv.reset();
     return 0;

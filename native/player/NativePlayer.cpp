@@ -73,10 +73,10 @@ HRESULT NativePlayer::createInstance(HWND videoWindow, HWND eventWindow, std::sh
     if (out == nullptr) return E_POINTER;
     auto* player = new (std::nothrow) NativePlayer(videoWindow, eventWindow, std::move(sink));
     if (player == nullptr) return E_OUTOFMEMORY;
-    // The last handle tears the player down and gives up the first COM reference; the memory goes
+    // The last handle shuts the player down and gives up the first COM reference; the memory goes
     // with the last reference, which a session's event job on the work queue may still hold.
     std::shared_ptr<NativePlayer> handle(player, [](NativePlayer* owned) {
-        owned->teardown();
+        owned->shutdown();
         owned->Release();
     });
     const HRESULT hr = player->initialize();
@@ -86,20 +86,6 @@ HRESULT NativePlayer::createInstance(HWND videoWindow, HWND eventWindow, std::sh
 }
 
 NativePlayer::~NativePlayer() = default;
-
-void NativePlayer::teardown() {
-    closeSession();
-    // Messages still queued name these; they find nothing once the events are gone from the set.
-    for (IMFMediaEvent* event : postedEvents().takeAllOf(this)) event->Release();
-    if (closeEvent != nullptr) {
-        CloseHandle(closeEvent);
-        closeEvent = nullptr;
-    }
-    if (platformStarted) {
-        MFShutdown();
-        platformStarted = false;
-    }
-}
 
 HRESULT NativePlayer::initialize() {
     if (closeEvent != nullptr) return MF_E_ALREADY_INITIALIZED;
@@ -155,15 +141,20 @@ HRESULT NativePlayer::closeURL() {
     }
 }
 
+// The order is kept: the session shut down first, so that nothing posts after the events are taken
+// back; those events released while the platform still runs, since resident memory over many
+// players grew now and then when they went after MFShutdown; the close event and the platform last.
 HRESULT NativePlayer::shutdown() {
     const HRESULT hr = closeSession();
-    if (platformStarted) {
-        MFShutdown();
-        platformStarted = false;
-    }
+    // Messages still queued name these; they find nothing once the events are gone from the set.
+    for (IMFMediaEvent* event : postedEvents().takeAllOf(this)) event->Release();
     if (closeEvent != nullptr) {
         CloseHandle(closeEvent);
         closeEvent = nullptr;
+    }
+    if (platformStarted) {
+        MFShutdown();
+        platformStarted = false;
     }
     return hr;
 }
@@ -330,7 +321,7 @@ HRESULT NativePlayer::QueryInterface(REFIID riid, void** ppv) {
 
 ULONG NativePlayer::AddRef() { return ++refCount; }
 
-// The first reference is given back only by the last shared handle, after teardown.
+// The first reference is given back only by the last shared handle, after shutdown.
 ULONG NativePlayer::Release() {
     const ULONG count = --refCount;
     if (count == 0) delete this;

@@ -2,7 +2,8 @@
  * media session; it owns the session, the source and the session's services, it is the session's
  * event callback, and it keeps the player's state. It knows nothing of Lua: its operations run on
  * the main thread and it answers only through its PlayerMessageSink (a state name, or an error
- * text). Invoke alone runs on a work-queue thread: it posts each event to eventWindow as message
+ * text). Invoke alone runs on a work-queue thread: it hands the session's close event to the close
+ * that waits for it, and posts every other event (none while closing) to eventWindow as message
  * kPlayerEventMessage, whose handling on the main thread calls handleEvent. Operations return
  * HRESULTs and never throw; a request the state does not accept does nothing and reports nothing.
  * The volume, mute and playback rate are the user's: they hold across play, pause, seeks,
@@ -20,7 +21,7 @@
 
 /* wParam: the IMFMediaEvent, lParam: its type. The posted event holds one reference, kept in the
  * set of posted events until handleEvent or dropPostedEvent takes it out and releases it, or the
- * player that posted it is torn down; a pointer that is not in the set is never touched. */
+ * player that posted it shuts down; a pointer that is not in the set is never touched. */
 constexpr UINT kPlayerEventMessage = 1725;
 
 /* The one way out: (text, isError); false means text is a state name. */
@@ -44,6 +45,9 @@ public:
     HRESULT initialize();
     HRESULT openURL(const std::wstring& url);
     HRESULT closeURL();
+    /* Ends the player, for closePlayer and for its last handle: the session closed and shut down,
+     * the events it posted and nobody handled released, then the close event and the platform.
+     * A second call only reports "closed" again. */
     HRESULT shutdown();
     HRESULT play();
     HRESULT pause();
@@ -51,12 +55,13 @@ public:
     /* Acts on a posted event of this player and releases it; releases one of another player
      * unread; E_INVALIDARG, touching nothing, for a pointer that is no posted event. */
     HRESULT handleEvent(IMFMediaEvent* event);
-    /* Whether the pointer is a posted event not yet handled, dropped or torn down. Any thread. */
+    /* Whether the pointer is a posted event not yet handled, dropped or shut down. Any thread. */
     static bool isPostedEvent(IMFMediaEvent* event);
     /* Releases a posted event whose message will not reach handleEvent (its window goes, or the
      * call toward handleEvent failed); nothing for any other pointer. */
     static void dropPostedEvent(IMFMediaEvent* event);
     std::wstring getPlayerState() const;
+    /* Times in 100-ns units. */
     HRESULT setPosition(LONGLONG position);
     LONGLONG currentTime();
     LONGLONG duration();
@@ -94,8 +99,6 @@ protected:
 private:
     NativePlayer(HWND videoWindow, HWND eventWindow, PlayerMessageSink sink);
     virtual ~NativePlayer();
-    /* What ending the player means: closeSession, the close event, the platform's shutdown. */
-    void teardown();
 
     HRESULT createSession();
     HRESULT createMediaSource(const std::wstring& url, IMFMediaSource** source);
@@ -114,7 +117,7 @@ private:
     void setState(State state);
     void reportFailure(HRESULT code);
 
-    // First, so that it is destroyed last: the destructor's close still reports through it.
+    // The last handle's shutdown still reports through it, before the player is destroyed.
     PlayerMessageSink messageSink;
     std::atomic<ULONG> refCount{1};
     IMFMediaSession* session = nullptr;

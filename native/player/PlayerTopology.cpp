@@ -2,12 +2,6 @@
 // each selected stream, handed to the session, which resolves it by itself.
 #include "NativePlayer.h"
 
-namespace {
-
-constexpr DWORD kResolveFlags = MF_RESOLUTION_MEDIASOURCE | MF_RESOLUTION_CONTENT_DOES_NOT_HAVE_TO_MATCH_EXTENSION_OR_MIME_TYPE;
-
-}  // namespace
-
 HRESULT NativePlayer::createSession() {
     if (session != nullptr) {
         const HRESULT hr = closeSession();
@@ -46,7 +40,7 @@ HRESULT NativePlayer::createMediaSource(const std::wstring& url, IMFMediaSource*
     IUnknown* object = nullptr;
     MF_OBJECT_TYPE objectType = MF_OBJECT_INVALID;
     HRESULT hr = MFCreateSourceResolver(&resolver);
-    if (SUCCEEDED(hr)) hr = resolver->CreateObjectFromURL(url.c_str(), kResolveFlags, nullptr, &objectType, &object);
+    if (SUCCEEDED(hr)) hr = resolver->CreateObjectFromURL(url.c_str(), kResolveAnyMediaSource, nullptr, &objectType, &object);
     if (SUCCEEDED(hr)) hr = object->QueryInterface(IID_IMFMediaSource, reinterpret_cast<void**>(mediaSource));
     SafeRelease(object);
     SafeRelease(resolver);

@@ -1,7 +1,8 @@
-// The kind of view that a video plays in. Its window hands the player's session events (message
-// 1725), size changes and repaints to the view's delegate, the KyVideoPlayerWin object that plays
-// there (view:setDelegate(player)); everything else goes on to the view's event handler. The video
-// must not outlive its window, so when the window goes the player's media is closed.
+// The kind of view that a video plays in. Its window hands the player's session events
+// (kPlayerEventMessage), size changes and repaints to the view's delegate, the KyVideoPlayerWin
+// object that plays there (view:setDelegate(player)); everything else goes on to the view's event
+// handler. The video must not outlive its window, so when the window goes the player's media is
+// closed.
 #include "KyView.h"
 #include "MediaFoundation.h"
 #include "NativePlayer.h"

@@ -17,7 +17,7 @@ struct SwsContext;
 
 namespace kyplatform {
 
-/* The most pixels of one decoded picture: 8192 x 8192, four 8K frames. A picture claiming more
+/* The most pixels of one decoded picture: 8192 x 8192, two 8K frames. A picture claiming more
  * (16000 x 16000 would take 384 MB in YUV and 1 GB in BGRX) is refused as out of memory. */
 constexpr int64_t kLargestPicturePixels = int64_t{8192} * 8192;
 
@@ -87,7 +87,8 @@ public:
 
     /* Converts frame into target, scaling to the target's size, with the frame's own colour
      * matrix and range; the X byte is opaque. MF_E_INVALID_FORMAT when the frame has no usable
-     * format or size, E_INVALIDARG for a target without the scaler's padding. */
+     * format or size, E_INVALIDARG for a target without the scaler's padding or past the picture
+     * limit, E_OUTOFMEMORY when the planes of a two-step scaling cannot be had. */
     HRESULT convert(const AVFrame& frame, const PixelTarget& target);
     HRESULT convert(const AVFrame& frame, Picture& picture) { return convert(frame, picture.target()); }
     /* Converts frame, turned counter-clockwise by quarters quarter turns, into target, which has

@@ -18,7 +18,7 @@ namespace {
 
 // How far before the target the reading starts again when the picture there did not come out
 // whole (the leading pictures of an open GOP), doubling each time, before reading from the start.
-constexpr LONGLONG kFirstStepBack = 10000000;  // 1 s
+constexpr LONGLONG kFirstStepBack = kHundredNanosecondsPerSecond;
 constexpr int kStepsBack = 4;
 
 // The file opened for reading its video from some point: demuxer and decoder.

@@ -17,7 +17,7 @@ struct AVFormatContext;
 
 namespace kyplatform {
 
-constexpr AVRational kHundredNanoseconds{1, 10000000};
+constexpr AVRational kHundredNanoseconds{1, kHundredNanosecondsPerSecond};
 
 /* A rate or ratio that says something: both terms above 0. */
 inline bool known(AVRational value) { return value.num > 0 && value.den > 0; }

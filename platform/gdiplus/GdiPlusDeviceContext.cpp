@@ -17,6 +17,8 @@ GpStatus GdipGetDC(GpGraphics* graphics, HDC* dc) {
 GpStatus GdipReleaseDC(GpGraphics* graphics, HDC dc) {
     if (graphics == nullptr || !graphics->dcHeld || dc != &graphics->dc) return InvalidParameter;
     graphics->dcHeld = false;
+    // A released dc names no bitmap: a graphics made over it afterwards fails.
+    graphics->dc.target = nullptr;
     return Ok;
 }
 

@@ -94,7 +94,7 @@ GpStatus GdipDisposeImage(GpImage* image);
  * receives the rows as they lie in the bitmap when format is the bitmap's own. Another format, or
  * ImageLockModeUserInputBuf (data->Scan0 and Stride name the caller's rows), gets a converted copy
  * written back at unlock for ImageLockModeWrite. One lock at a time: a second gives WrongState, as
- * do drawing, rotating and reading pixels while locked. */
+ * do drawing, rotating, saving and reading pixels while locked, and an unlock without a lock. */
 GpStatus GdipBitmapLockBits(GpBitmap* bitmap, const GpRect* rect, UINT flags, PixelFormat format, BitmapData* data);
 GpStatus GdipBitmapUnlockBits(GpBitmap* bitmap, BitmapData* data);
 /* In place: a clockwise rotation, then for the FlipX types a horizontal mirror; 90 and 270 swap
@@ -111,7 +111,8 @@ GpStatus GdipDeleteGraphics(GpGraphics* graphics);
  * with that dc (another dc gives InvalidParameter). */
 GpStatus GdipGetDC(GpGraphics* graphics, HDC* dc);
 GpStatus GdipReleaseDC(GpGraphics* graphics, HDC dc);
-/* A new graphics context drawing into the bitmap that dc names, with the identity transform. */
+/* A new graphics context drawing into the bitmap that dc names, with the identity transform;
+ * InvalidParameter for a dc already released. */
 GpStatus GdipCreateFromHDC(HDC dc, GpGraphics** graphics);
 /* Sets every pixel of the graphics' bitmap to color, whatever the transform. */
 GpStatus GdipGraphicsClear(GpGraphics* graphics, ARGB color);
@@ -156,7 +157,8 @@ extern const GUID EncoderQuality;
  * why. The file is written as KySafeFile writes: a failure leaves the one that was there whole. */
 GpStatus GdipSaveImageToFile(GpImage* image, const WCHAR* filename, const CLSID* encoder, const void* encoderParams);
 /* Reads a PNG of any colour type and bit depth into a new 32bppARGB bitmap (straight alpha, 8-bit
- * sRGB). GenericError when the file cannot be read or is no PNG. */
+ * sRGB). GenericError when the file cannot be read or is no PNG; OutOfMemory when its pixels would
+ * pass 1 GiB. */
 GpStatus GdipCreateBitmapFromFile(const WCHAR* filename, GpBitmap** bitmap);
 
 namespace Gdiplus {

@@ -5,7 +5,7 @@
  * Time is media time, as everywhere in the layer: 0 is the first picture whatever the container's
  * clock says. The picture is the one shown at that time (the last that starts at or before it);
  * open-GOP streams are read from an earlier key frame until that picture comes out whole. A time
- * past the end gives the last picture.
+ * before 0 gives the first picture, one past the end the last.
  *
  * Any thread; nothing is kept between calls. Memory: one decoder's frames and two pictures of the
  * result's size, all within the layer's picture limit. Failures: the HRESULT of a failed open

@@ -3,8 +3,9 @@
  * fsync'ed with every write and the close checked, and renamed over the final name only at
  * commit: a full disk, an error, a kill or Ctrl-C leaves the old file whole, or the new one, never
  * a part. A symbolic link at the name is followed, so the file it names is replaced and the link
- * kept. A name that exists and is no regular file (/dev/null, /dev/stdout, a FIFO) is written
- * directly, every write checked, and never replaced: a device node never becomes a file.
+ * kept. A name that exists and is no regular file (/dev/null, /dev/stdout, a FIFO), or any name
+ * under /dev or /proc, is written directly, every write checked, and never replaced: a device node
+ * never becomes a file. A folder fails with EISDIR.
  *
  * One owner, one thread; each object writes one file. Failures return false and keep errno's
  * value in error(), so that the caller can say the system's reason ("No space left on device"). */

@@ -48,6 +48,9 @@ constexpr DWORD MF_SOURCE_READERF_CURRENTMEDIATYPECHANGED = 0x20;
 constexpr DWORD MF_RESOLUTION_MEDIASOURCE = 0x1;
 constexpr DWORD MF_RESOLUTION_CONTENT_DOES_NOT_HAVE_TO_MATCH_EXTENSION_OR_MIME_TYPE = 0x10;
 constexpr DWORD MF_RESOLUTION_READ = 0x10000;
+// What the player and the probe resolve a file with: a media source, whatever its name says.
+constexpr DWORD kResolveAnyMediaSource =
+    MF_RESOLUTION_MEDIASOURCE | MF_RESOLUTION_CONTENT_DOES_NOT_HAVE_TO_MATCH_EXTENSION_OR_MIME_TYPE;
 
 enum MF_OBJECT_TYPE { MF_OBJECT_MEDIASOURCE = 0, MF_OBJECT_BYTESTREAM = 1, MF_OBJECT_INVALID = 2 };
 
@@ -113,14 +116,19 @@ struct IMFSourceReaderCallback : IUnknown {
     virtual HRESULT OnEvent(DWORD streamIndex, IMFMediaEvent* event) = 0;
 };
 
-/* Reads decoded samples from a file. In asynchronous mode (the only mode here) ReadSample returns
- * at once with all out-parameters null, and the callback's OnReadSample follows exactly once per
- * request on a work-queue thread, with a null sample when there is none. The reader holds a
- * reference on its callback for as long as it lives. */
+/* Reads samples of a file's first video stream: its compressed packets, or decoded RGB32 pictures
+ * once that type is set. In asynchronous mode (the only mode here) ReadSample takes all
+ * out-parameters null (else E_INVALIDARG) and returns at once, MF_E_INVALIDREQUEST while the
+ * stream is deselected; the callback's OnReadSample follows exactly once per request on a
+ * work-queue thread, with a null sample when there is none: S_OK and
+ * MF_SOURCE_READERF_ENDOFSTREAM at the end, a failed status and MF_SOURCE_READERF_ERROR when
+ * reading fails. The reader holds a reference on its callback for as long as it lives, and each
+ * request holds one on the reader until its OnReadSample returns. */
 struct IMFSourceReader : IUnknown {
     virtual HRESULT GetCurrentMediaType(DWORD streamIndex, IMFMediaType** mediaType) = 0;
-    /* Asks for an output type; the first video stream accepts RGB32 when video processing is on.
-     * MF_E_INVALIDSTREAMNUMBER when the file has no such stream. */
+    /* Asks for an output type; the first video stream accepts RGB32 when video processing is on,
+     * or its native subtype. MF_E_INVALIDSTREAMNUMBER when the file has no such stream,
+     * MF_E_INVALIDMEDIATYPE for any other type. */
     virtual HRESULT SetCurrentMediaType(DWORD streamIndex, DWORD* reserved, IMFMediaType* mediaType) = 0;
     virtual HRESULT SetStreamSelection(DWORD streamIndex, BOOL selected) = 0;
     virtual HRESULT GetPresentationAttribute(DWORD streamIndex, REFGUID key, PROPVARIANT* value) = 0;
@@ -135,22 +143,28 @@ struct IMFGetService : IUnknown {
 struct IMFPresentationDescriptor;
 
 /* A media source; it answers IMFGetService, whose MF_PROPERTY_HANDLER_SERVICE gives the file's
- * IPropertyStore, and describes its streams for playback (MediaSession.h). */
+ * IPropertyStore (other services: E_NOINTERFACE), and describes its streams for playback
+ * (MediaSession.h). After Shutdown, CreatePresentationDescriptor, GetService and Shutdown fail
+ * with MF_E_SHUTDOWN. */
 struct IMFMediaSource : IUnknown {
     virtual HRESULT CreatePresentationDescriptor(IMFPresentationDescriptor** descriptor) = 0;
     virtual HRESULT Shutdown() = 0;
 };
 
 struct IMFSourceResolver : IUnknown {
-    /* Opens url synchronously as a media source (flags must include MF_RESOLUTION_MEDIASOURCE). */
+    /* Opens url synchronously as a media source: E_INVALIDARG unless flags include
+     * MF_RESOLUTION_MEDIASOURCE, else the file's open failures as MFCreateSourceReaderFromURL
+     * gives them. */
     virtual HRESULT CreateObjectFromURL(LPCWSTR url, DWORD flags, IPropertyStore* properties,
                                         MF_OBJECT_TYPE* objectType, IUnknown** object) = 0;
 };
 
 HRESULT MFCreateAttributes(IMFAttributes** attributes, UINT32 initialSize);
 HRESULT MFCreateMediaType(IMFMediaType** mediaType);
-/* Opens the file at url (a path or a file:// URL). Fails with the HRESULT of the cause: a missing
- * file 0x80070002, no permission E_ACCESSDENIED, an unknown format MF_E_UNSUPPORTED_BYTESTREAM_TYPE,
+/* Opens the file at url (a path or a file:// URL). E_INVALIDARG without an
+ * MF_SOURCE_READER_ASYNC_CALLBACK in attributes. Else fails with the HRESULT of the cause: another
+ * scheme MF_E_UNSUPPORTED_SCHEME, a missing file 0x80070002 (0x80070003 in a missing folder), no
+ * permission or no regular file E_ACCESSDENIED, an unknown format MF_E_UNSUPPORTED_BYTESTREAM_TYPE,
  * a damaged one MF_E_INVALID_FORMAT. */
 HRESULT MFCreateSourceReaderFromURL(LPCWSTR url, IMFAttributes* attributes, IMFSourceReader** reader);
 HRESULT MFCreateSourceResolver(IMFSourceResolver** resolver);

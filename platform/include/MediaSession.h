@@ -79,7 +79,9 @@ struct IMFMediaEvent : IMFAttributes {
 };
 
 /* One event request at a time: BeginGetEvent arms it, Invoke of the callback follows on a
- * work-queue thread when an event is queued, and EndGetEvent in that Invoke gives the event. */
+ * work-queue thread when an event is queued, and EndGetEvent in that Invoke gives the event.
+ * BeginGetEvent while a request is armed gives MF_E_INVALIDREQUEST, after Shutdown MF_E_SHUTDOWN;
+ * EndGetEvent of another result, or a second time, E_INVALIDARG. */
 struct IMFMediaEventGenerator : IUnknown {
     virtual HRESULT BeginGetEvent(IMFAsyncCallback* callback, IUnknown* state) = 0;
     virtual HRESULT EndGetEvent(IMFAsyncResult* result, IMFMediaEvent** event) = 0;
@@ -154,9 +156,13 @@ struct MFVideoNormalizedRect {
 enum MFVideoAspectRatioMode { MFVideoARMode_None = 0, MFVideoARMode_PreservePicture = 1 };
 
 /* The video renderer's display: the picture goes into the destination rectangle of the window,
- * letterboxed to keep its display aspect ratio (pixel aspect and rotation applied). Either
- * rectangle of Set/GetVideoPosition may be null (E_POINTER when both are); a destination never set
- * is the window's client area. Main thread. */
+ * letterboxed to keep its display aspect ratio (pixel aspect and rotation applied) unless the mode
+ * is MFVideoARMode_None, which stretches it. Either rectangle of Set/GetVideoPosition may be null
+ * (E_POINTER when both are); a destination never set is the window's client area. The source
+ * rectangle is kept but not applied: the whole picture is shown. E_INVALIDARG for a source outside
+ * 0..1 or empty, a destination upside down or too large to draw (a side past kLargestPictureSide,
+ * or more than 8192 x 8192 pixels), another mode, or a SetVideoWindow that names no window. Main
+ * thread. */
 struct IMFVideoDisplayControl : IUnknown {
     virtual HRESULT GetNativeVideoSize(SIZE* video, SIZE* aspectRatio) = 0;
     virtual HRESULT SetVideoWindow(HWND window) = 0;
@@ -169,10 +175,14 @@ struct IMFVideoDisplayControl : IUnknown {
 
 /* Plays one topology at a time. SetTopology resolves it (decoders are added) and queues
  * MESessionTopologyStatus with MF_TOPOSTATUS_READY, or the failure as the event's status. Start
- * with an empty position resumes, with VT_I8 seeks; a position before 0 or past the end shows
- * the first or last picture, pauses there and answers MF_E_INVALID_POSITION. MEEndOfPresentation
- * comes at the end; MEError with E_OUTOFMEMORY when decoding cannot go on; Close queues
- * MESessionClosed. */
+ * with an empty position resumes, with VT_I8 seeks (another type, or no topology:
+ * MF_E_INVALIDREQUEST); a position before 0 or past the end shows the first or last picture,
+ * pauses there and queues MESessionStarted with MF_E_INVALID_POSITION. Pause while stopped or
+ * before a topology queues MESessionPaused with MF_E_SESSION_PAUSEWHILESTOPPED. MEEndOfPresentation
+ * and MESessionEnded come at the end; MEError with E_OUTOFMEMORY when decoding cannot go on; Close
+ * queues MESessionClosed, after which SetTopology, Start, Pause, Stop, SetRate and Close fail with
+ * MF_E_INVALIDREQUEST. After Shutdown they, BeginGetEvent, GetService and the volume setters give
+ * MF_E_SHUTDOWN. */
 struct IMFMediaSession : IMFMediaEventGenerator {
     virtual HRESULT SetTopology(DWORD flags, IMFTopology* topology) = 0;
     virtual HRESULT Start(const GUID* timeFormat, const PROPVARIANT* position) = 0;
@@ -183,6 +193,7 @@ struct IMFMediaSession : IMFMediaEventGenerator {
     virtual HRESULT GetClock(IMFClock** clock) = 0;
 };
 
+/* S_OK for MF_VERSION, MF_E_BAD_STARTUP_VERSION for any other; flags are not looked at. */
 HRESULT MFStartup(ULONG version, DWORD flags);
 HRESULT MFShutdown();
 HRESULT MFCreateMediaSession(IMFAttributes* configuration, IMFMediaSession** session);
@@ -192,7 +203,7 @@ HRESULT MFCreateVideoRendererActivate(HWND window, IMFActivate** activate);
 HRESULT MFCreateAudioRendererActivate(IMFActivate** activate);
 /* The service of an object that has one (the session: MR_VIDEO_RENDER_SERVICE once a topology
  * with video is ready, MF_RATE_CONTROL_SERVICE, MR_POLICY_VOLUME_SERVICE);
- * MF_E_UNSUPPORTED_SERVICE-like E_NOINTERFACE. */
+ * MF_E_UNSUPPORTED_SERVICE-like E_NOINTERFACE, MF_E_SHUTDOWN from a session shut down. */
 HRESULT MFGetService(IUnknown* object, REFGUID service, REFIID riid, void** ppv);
 
 KY_PLATFORM_EXPORTS_END

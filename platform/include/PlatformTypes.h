@@ -28,13 +28,16 @@ typedef uint16_t WORD;
 typedef uint8_t BYTE;
 typedef uint8_t UINT8;
 typedef wchar_t WCHAR;
+
+// Media times and durations (MFTIME, LONGLONG positions) count 100-ns units.
+constexpr LONGLONG kHundredNanosecondsPerSecond = 10000000;
 typedef wchar_t* LPWSTR;
 typedef wchar_t* PWSTR;
 typedef const wchar_t* LPCWSTR;
 typedef const wchar_t* PCWSTR;
 
-/* The largest side of a picture anywhere in this layer: decoded frames, posters, windows and what
- * is drawn in them. */
+/* The largest side of a decoded frame, a grabbed picture, a window and what is drawn in it. GDI+
+ * bitmaps are bounded by their bytes instead (GdiPlusFlat.h). */
 constexpr INT kLargestPictureSide = 16384;
 
 #ifndef TRUE
@@ -98,6 +101,7 @@ constexpr HRESULT MF_E_ATTRIBUTENOTFOUND = MakeHResult(0xC00D36E6);
 constexpr HRESULT MF_E_SESSION_PAUSEWHILESTOPPED = MakeHResult(0xC00D36FC);
 constexpr HRESULT MF_E_END_OF_STREAM = MakeHResult(0xC00D3E84);
 constexpr HRESULT MF_E_SHUTDOWN = MakeHResult(0xC00D3E85);
+constexpr HRESULT MF_E_BAD_STARTUP_VERSION = MakeHResult(0xC00D36E3);
 constexpr HRESULT MF_E_INVALID_FORMAT = MakeHResult(0xC00D3E8C);
 constexpr HRESULT MF_E_TOPO_CODEC_NOT_FOUND = MakeHResult(0xC00D5212);
 

@@ -62,14 +62,16 @@ struct PROPVARIANT {
 void PropVariantInit(PROPVARIANT* value);
 HRESULT PropVariantClear(PROPVARIANT* value);
 /* The value as text in the forms above, into buffer of size characters with its NUL; a text that
- * does not fit fails with 0x8007007A (insufficient buffer). VT_EMPTY gives "". */
+ * does not fit is left there cut short and fails with 0x8007007A (insufficient buffer). VT_EMPTY
+ * gives "". E_INVALIDARG for a type without a text form (VT_UNKNOWN), a null buffer or size 0. */
 HRESULT PropVariantToString(const PROPVARIANT& value, PWSTR buffer, UINT size);
 /* Integer types, and whole doubles in range; E_INVALIDARG for the others. */
 HRESULT PropVariantToInt64(const PROPVARIANT& value, LONGLONG* result);
 
 extern const IID IID_IPropertyStore;
 
-/* A read-only bag of properties. GetValue of a key the store lacks gives VT_EMPTY and S_OK. */
+/* A read-only bag of properties. GetValue gives a copy the caller clears with PropVariantClear;
+ * a key the store lacks gives VT_EMPTY and S_OK. GetAt past the count gives E_INVALIDARG. */
 struct IPropertyStore : IUnknown {
     virtual HRESULT GetCount(DWORD* count) = 0;
     virtual HRESULT GetAt(DWORD index, PROPERTYKEY* key) = 0;

@@ -44,13 +44,14 @@ constexpr DWORD FORMAT_MESSAGE_FROM_SYSTEM = 0x1000;
 /* With FORMAT_MESSAGE_FROM_SYSTEM, the system text of messageId (an HRESULT of this layer's
  * table), one English line ending in CR LF. With FORMAT_MESSAGE_ALLOCATE_BUFFER, buffer is really
  * an LPWSTR* that receives a LocalAlloc'd text, to be freed with LocalFree. Returns the text's
- * length, or 0 when there is no text for the id. */
+ * length, or 0 when there is no text for the id in that language or it does not fit in size
+ * characters. */
 DWORD FormatMessageW(DWORD flags, const void* source, DWORD messageId, DWORD languageId, LPWSTR buffer, DWORD size,
                      va_list* arguments);
 void* LocalFree(void* memory);
 
 /* number * numerator / denominator through 64 bits, rounded half away from zero; -1 when
- * denominator is 0 or the result leaves 32 bits. */
+ * denominator is 0 or the result lies outside -2147483647..2147483647. */
 INT MulDiv(INT number, INT numerator, INT denominator);
 
 struct SYSTEMTIME {
@@ -65,14 +66,17 @@ struct SYSTEMTIME {
 };
 
 /* universal (UTC) to local wall-clock time in the machine's zone (timeZone must be null). FALSE
- * for an invalid date or time (month 13, day 32, ...). */
+ * with ERROR_INVALID_PARAMETER for an invalid date or time (month 13, day 32, a year outside
+ * 1601..30827) or a null argument. */
 BOOL SystemTimeToTzSpecificLocalTime(const void* timeZone, const SYSTEMTIME* universal, SYSTEMTIME* local);
 
 constexpr UINT CP_ACP = 0;
 constexpr UINT CP_UTF8 = 65001;
 
-/* Whole-string conversions (the usual two-call Win32 forms are not needed here). Characters the
- * ANSI code page lacks become '?'. Invalid UTF-8 becomes U+FFFD. */
+/* Whole-string conversions (the usual two-call Win32 forms are not needed here); any code page
+ * but CP_UTF8 is the ANSI one. Characters the ANSI code page lacks become '?'. A byte that is no
+ * part of valid UTF-8 becomes U+DC80..U+DCFF and turns back into that byte, so that a file name
+ * survives the round trip; other lone surrogates become U+FFFD in UTF-8. */
 std::string WideToMultiByte(UINT codePage, const std::wstring& text);
 std::wstring MultiByteToWide(UINT codePage, const std::string& text);
 

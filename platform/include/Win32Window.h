@@ -157,14 +157,16 @@ constexpr int GET_Y_LPARAM(LPARAM value) { return static_cast<int16_t>(HIWORD(st
 /* Any thread. 0 with ERROR_CLASS_ALREADY_EXISTS for a name in use, ERROR_INVALID_PARAMETER
  * without a name or window procedure. */
 ATOM RegisterClassW(const WNDCLASSW* windowClass);
-/* FALSE with ERROR_CLASS_HAS_WINDOWS while windows of the class exist. */
+/* FALSE with ERROR_CLASS_HAS_WINDOWS while windows of the class exist, ERROR_CANNOT_FIND_WND_CLASS
+ * for a class not registered. */
 BOOL UnregisterClassW(LPCWSTR className, HINSTANCE instance);
 
 /* A resizable top-level window whose client area is width x height (CW_USEDEFAULT: 640 x 480;
  * at most 16384 each), shown when style has WS_VISIBLE, at x, y (CW_USEDEFAULT: where the system
  * puts it), its client area black. The class's procedure receives WM_CREATE (lParam a
  * CREATESTRUCTW) before this returns; -1 from it fails the creation. Child windows are not
- * supported (a parent gives ERROR_NOT_SUPPORTED). */
+ * supported (a parent gives ERROR_NOT_SUPPORTED); a class not registered gives
+ * ERROR_CANNOT_FIND_WND_CLASS. */
 HWND CreateWindowExW(DWORD exStyle, LPCWSTR className, LPCWSTR windowName, DWORD style, int x, int y, int width,
                      int height, HWND parent, HMENU menu, HINSTANCE instance, void* param);
 /* Sends WM_DESTROY to the procedure, then closes the window; its queued messages are dropped. */
@@ -175,19 +177,22 @@ BOOL GetClientRect(HWND window, RECT* rect);
 /* Gives the client area width x height; x, y are ignored. As after any resize, the client area
  * turns black and WM_SIZE, then WM_PAINT, follow through the queue (repaint is ignored). */
 BOOL MoveWindow(HWND window, int x, int y, int width, int height, BOOL repaint);
-/* GWLP_USERDATA or GWLP_WNDPROC (others: ERROR_INVALID_INDEX); returns the previous value. */
+/* GWLP_USERDATA or GWLP_WNDPROC (others: ERROR_INVALID_INDEX; a null procedure:
+ * ERROR_INVALID_PARAMETER); returns the previous value. */
 LONG_PTR SetWindowLongPtrW(HWND window, int index, LONG_PTR value);
 LONG_PTR GetWindowLongPtrW(HWND window, int index);
 /* WM_CLOSE destroys the window; everything else returns 0. */
 LRESULT DefWindowProcW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 LRESULT CallWindowProcW(WNDPROC procedure, HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 
-/* The dots per inch of the display the window is on; where the display does not tell, 96 times the
- * desktop's scale (GDK_SCALE, 1 to 4; 1 without it); 0 for a bad handle. Main thread. */
+/* The dots per inch of the display the window is on; where the display does not tell more than
+ * 96, 96 times the desktop's scale (GDK_SCALE, 1 to 4; 1 without it); 0 for a bad handle. Main
+ * thread. */
 UINT GetDpiForWindow(HWND window);
 
-/* Any thread. window null posts a message for no window, retrieved with hwnd null. FALSE with
- * ERROR_NOT_ENOUGH_QUOTA when the queue is full. */
+/* Any thread. window null posts a message for no window, retrieved with hwnd null; from another
+ * thread before the main thread's first window or message call there is no queue yet (FALSE with
+ * ERROR_INVALID_THREAD_ID). FALSE with ERROR_NOT_ENOUGH_QUOTA when the queue is full. */
 BOOL PostMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 /* The oldest message for window (null: any) with minMessage <= message <= maxMessage (both 0: any),
  * without waiting; FALSE when there is none. WM_QUIT comes whatever the filter, once no other

@@ -21,10 +21,11 @@ using KyPaintPicture = std::function<bool(uint8_t* pixels, int pitch)>;
  * memory holds rows rows of at least stride bytes, a multiple of 4 (room for writers that write
  * past a row's end or the last row); it is kept for the next picture of that layout and for
  * KyWindow_repaint. An empty destination shows no picture and calls no paint. FALSE with
- * ERROR_INVALID_PARAMETER for a destination past kLargestPictureSide, a stride or rows too small
- * for it or past twice kLargestPictureSide (in pixels), ERROR_GEN_FAILURE when SDL fails or paint
- * returns false (the window then shows no picture), ERROR_INVALID_THREAD_ID off the main thread
- * and ERROR_INVALID_WINDOW_HANDLE for a window that is not one. */
+ * ERROR_INVALID_PARAMETER for a destination upside down or past kLargestPictureSide, a stride not a
+ * multiple of 4, a stride or rows too small for the destination or past twice kLargestPictureSide
+ * (in pixels), ERROR_GEN_FAILURE when SDL fails or paint returns false (the window then shows no
+ * picture), ERROR_INVALID_THREAD_ID off the main thread and ERROR_INVALID_WINDOW_HANDLE for a
+ * window that is not one. */
 BOOL KyWindow_paintPicture(HWND window, const RECT& destination, int stride, int rows, const KyPaintPicture& paint);
 
 KY_PLATFORM_EXPORTS_END

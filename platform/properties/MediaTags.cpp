@@ -1,6 +1,7 @@
 #include "MediaTags.h"
 
 #include <charconv>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 
@@ -92,22 +93,6 @@ public:
 private:
     std::string_view text_;
 };
-
-// Days from 1970-01-01 of a proleptic Gregorian date.
-int64_t daysFromCivil(int64_t year, unsigned month, unsigned day) {
-    year -= month <= 2 ? 1 : 0;
-    const int64_t era = (year >= 0 ? year : year - 399) / 400;
-    const unsigned yearOfEra = static_cast<unsigned>(year - era * 400);
-    const unsigned dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
-    const unsigned dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
-    return era * 146097 + static_cast<int64_t>(dayOfEra) - 719468;
-}
-
-int daysInMonth(int year, int month) {
-    static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-    return month == 2 && leap ? 29 : kDays[month - 1];
-}
 
 // The zone's offset east of UTC in seconds; true also when there is none.
 bool parseZone(Cursor& cursor, int& offsetSeconds) {
@@ -241,11 +226,11 @@ std::optional<FILETIME> parseTagDate(std::string_view text) {
     }
     int offsetSeconds = 0;
     if (!parseZone(cursor, offsetSeconds) || !cursor.atEnd()) return std::nullopt;
-    if (month < 1 || month > 12 || day < 1 || day > daysInMonth(year, month) || hour > 23 || minute > 59 ||
-        second > 59)
-        return std::nullopt;
+    const std::chrono::year_month_day date{std::chrono::year{year}, std::chrono::month{static_cast<unsigned>(month)},
+                                           std::chrono::day{static_cast<unsigned>(day)}};
+    if (!date.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
 
-    const int64_t days = daysFromCivil(year, month, day) + kDaysFrom1601To1970;
+    const int64_t days = std::chrono::sys_days{date}.time_since_epoch().count() + kDaysFrom1601To1970;
     const int64_t seconds = days * 86400 + hour * 3600 + minute * 60 + second - offsetSeconds;
     if (seconds < 0) return std::nullopt;
     const uint64_t ticks = static_cast<uint64_t>((seconds * 1000 + millisecond) * kTicksPerMillisecond);

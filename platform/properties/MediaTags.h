@@ -31,11 +31,13 @@ struct GeoLocation {
 
 /* An ISO 6709 point "+48.8577+002.2950+035.200/": latitude and longitude in degrees
  * (±DD.D, ±DDMM.M or ±DDMMSS.S; ±DDD... for longitude), an optional altitude, an optional CRS
- * name and the closing '/'. Nothing for other text or a point off the globe. */
+ * name and the closing '/', which may be left out. Nothing for other text or a point off the
+ * globe. */
 std::optional<GeoLocation> parseIso6709(std::string_view text);
 
 /* Whole degrees, whole minutes and seconds of |degrees|, counted in micro-arcseconds so that a
- * decimal input keeps its decimal seconds (48.8577 gives 48, 51, 27.72). */
+ * decimal input keeps its decimal seconds (48.8577 gives 48, 51, 27.72); 0, 0, 0 past 360 degrees
+ * and for NaN. */
 std::vector<double> degreesMinutesSeconds(double degrees);
 
 /* The properties the tags give, each at most once: PKEY_Media_DateEncoded, the PKEY_GPS_* set and

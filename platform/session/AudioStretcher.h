@@ -27,8 +27,9 @@ public:
     AudioStretcher() = default;
     ~AudioStretcher();
 
-    /* Starts over at rate (> 0), dropping what was put and not taken. E_OUTOFMEMORY, or E_FAIL
-     * when the filter cannot be made: then put fails until the next reset succeeds. */
+    /* Starts over at rate (> 0), dropping what was put and not taken. E_INVALIDARG for another
+     * rate, E_OUTOFMEMORY, or E_FAIL when the filter cannot be made: then put fails until the next
+     * reset succeeds. */
     HRESULT reset(double rate);
     /* size bytes of output-format samples (whole samples) whose first plays at media time. */
     HRESULT put(const uint8_t* bytes, size_t size, LONGLONG time);

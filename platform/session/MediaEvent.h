@@ -11,12 +11,14 @@
 
 namespace kyplatform {
 
-/* A new event (one reference) with a copy of value (null: VT_EMPTY); null when memory is short. */
+/* A new event (one reference) with a copy of value (null: VT_EMPTY); null when memory is short or
+ * value is of a type events do not carry (texts, vectors, FILETIME). */
 IMFMediaEvent* createMediaEvent(MediaEventType type, HRESULT status, const PROPVARIANT* value);
 
 class EventQueue {
 public:
-    /* Queues an event; it is delivered in order. E_OUTOFMEMORY when it cannot be made. */
+    /* Queues an event; it is delivered in order. E_OUTOFMEMORY when it cannot be made,
+     * MF_E_SHUTDOWN after shutdown. */
     HRESULT queue(MediaEventType type, HRESULT status, const PROPVARIANT* value = nullptr);
     /* Queues a made event, taking a reference. */
     HRESULT queue(IMFMediaEvent* event);

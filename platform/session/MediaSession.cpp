@@ -385,6 +385,6 @@ HRESULT MFGetService(IUnknown* object, REFGUID service, REFIID riid, void** ppv)
     return hr;
 }
 
-HRESULT MFStartup(ULONG version, DWORD) { return version == MF_VERSION || version == 0x00020070 ? S_OK : E_INVALIDARG; }
+HRESULT MFStartup(ULONG version, DWORD) { return version == MF_VERSION ? S_OK : MF_E_BAD_STARTUP_VERSION; }
 
 HRESULT MFShutdown() { return S_OK; }

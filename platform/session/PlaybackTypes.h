@@ -88,8 +88,6 @@ constexpr int kOutputRate = 48000;
 constexpr int kOutputChannels = 2;
 constexpr int kOutputBytesPerSecond = kOutputRate * kOutputChannels * 2;
 
-constexpr LONGLONG kHundredNanosecondsPerSecond = 10000000;
-
 /* The seek every decoder follows: a new generation starts with each seek, and frames before its
  * target are dropped. A scrubbing seek shows one picture at rate 0; from the second scrubbing seek
  * in a row on, the pictures decoded are worth keeping for the next steps. When the pictures around
@@ -139,7 +137,7 @@ public:
 
 private:
     // Open GOPs are rarely longer than a few seconds; each retry doubles the distance.
-    static constexpr LONGLONG kFirstBackoff = 10000000;
+    static constexpr LONGLONG kFirstBackoff = kHundredNanosecondsPerSecond;
     std::mutex mutex_;
     unsigned generation_ = 0;
     LONGLONG target_ = 0;

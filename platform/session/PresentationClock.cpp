@@ -16,7 +16,7 @@ constexpr LONGLONG kJump = 1000000;
 
 LONGLONG systemTime() {
     using namespace std::chrono;
-    return duration_cast<duration<LONGLONG, std::ratio<1, 10000000>>>(steady_clock::now().time_since_epoch()).count();
+    return duration_cast<duration<LONGLONG, std::ratio<1, kHundredNanosecondsPerSecond>>>(steady_clock::now().time_since_epoch()).count();
 }
 
 PresentationClock* PresentationClock::create() { return new (std::nothrow) PresentationClock(); }

@@ -22,7 +22,8 @@ public:
      * reading earlier. */
     using Missed = std::function<void(unsigned generation)>;
 
-    /* MF_E_TOPO_CODEC_NOT_FOUND when no decoder for the stream opens. */
+    /* MF_E_TOPO_CODEC_NOT_FOUND when no decoder for the stream opens, E_OUTOFMEMORY for a stream
+     * whose pictures pass the layer's limit. */
     static HRESULT create(AVFormatContext& format, AVStream& stream, DecoderLinks<FramePointer> links, Missed missed,
                           std::unique_ptr<VideoDecoder>* decoder);
     ~VideoDecoder();

@@ -43,7 +43,7 @@ protected:
     virtual ~AttributeStore() = default;
     friend class ::ComRefCount;  // deletes the object at its last Release
 
-    /* QueryInterface for IUnknown, IMFAttributes, and iid naming Interface itself. */
+    /* QueryInterface for IUnknown and iid naming Interface itself (IMFAttributes has no IID). */
     HRESULT queryOwn(REFIID riid, REFIID iid, void** ppv) {
         if (ppv == nullptr) return E_POINTER;
         *ppv = nullptr;

@@ -50,8 +50,9 @@ HWND addWindow(std::unique_ptr<Window> window);
 std::unique_ptr<Window> removeWindow(HWND window);
 HWND windowOfSdlWindow(Uint32 sdlWindowId);
 
-/* Any thread: queues a posted message if window is null or alive. With coalescePaint, a WM_PAINT
- * already queued for the window makes this a success that queues nothing. */
+/* Any thread: queues a posted message if window is null or alive (else ERROR_INVALID_WINDOW_HANDLE;
+ * null before SDL has started: ERROR_INVALID_THREAD_ID). With coalescePaint, a WM_PAINT already
+ * queued for the window makes this a success that queues nothing. */
 bool postMessage(HWND window, UINT message, WPARAM wParam, LPARAM lParam, bool coalescePaint);
 /* Main thread: WM_PAINT for window has left the queue, so InvalidateRect may queue another. */
 void paintRetrieved(HWND window);
