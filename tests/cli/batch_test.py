@@ -8,6 +8,7 @@ usage: batch_test.py VTK CORPUS GOLDEN_FOLDER
 """
 import json
 import os
+import pathlib
 import re
 import shutil
 import signal
@@ -46,9 +47,7 @@ for name, args, status in [
     ("xmp_records", ["xmp", "--jsonl", "tags_mp4.mp4", "zero.mp4"], 1),
 ]:
     result = vtk(*args)
-    golden = os.path.join(GOLDEN, name + ".golden")
-    with open(golden, "rb") as f:
-        expected = f.read()
+    expected = pathlib.Path(GOLDEN, name + ".golden").read_bytes()
     check(name + " output", steady(result.stdout) == expected, result.stdout.decode(errors="replace"))
     check(name + " exit", result.returncode == status, result.returncode)
     for line in result.stderr.decode().splitlines():
@@ -90,15 +89,12 @@ with tempfile.TemporaryDirectory() as work:
     # that is not UTF-8, one that starts with '-'.
     tree = os.path.join(work, "tree")
     odd = os.fsencode(os.path.join(tree, "b")) + b"/caf\xe9 -odd.mp4"
-    os.makedirs(os.path.join(tree, "a", "deep"))
-    os.makedirs(os.path.join(tree, "b"))
-    shutil.copy(os.path.join(CORPUS, "h264.mp4"), os.path.join(tree, "a", "clip.mp4"))
-    shutil.copy(os.path.join(CORPUS, "rot90.mp4"), os.path.join(tree, "a", "deep", "clip.MOV"))
-    shutil.copy(os.path.join(CORPUS, "hevc.mp4"), os.path.join(tree, "b", "clip.mp4"))
+    for source, target in (("h264.mp4", "a/clip.mp4"), ("rot90.mp4", "a/deep/clip.MOV"), ("hevc.mp4", "b/clip.mp4"),
+                           ("h264.mp4", "-dash.mp4")):
+        os.makedirs(os.path.dirname(os.path.join(tree, target)), exist_ok=True)
+        shutil.copy(os.path.join(CORPUS, source), os.path.join(tree, target))
     shutil.copy(os.path.join(CORPUS, "h264.mp4"), odd)
-    shutil.copy(os.path.join(CORPUS, "h264.mp4"), os.path.join(tree, "-dash.mp4"))
-    with open(os.path.join(tree, "notes.txt"), "w") as f:
-        f.write("not a video")
+    pathlib.Path(tree, "notes.txt").write_text("not a video")
     walked = vtk("info", "-r", "--jsonl", tree, cwd=work)
     paths = [os.fsencode(r["path"].encode("utf-8", "surrogateescape")) for r in records(walked.stdout)]
     expected = sorted([os.fsencode(os.path.join(tree, p)) for p in
@@ -169,14 +165,11 @@ def stderr_on_terminal(*args):
     done = subprocess.run([VTK, *args], stdout=subprocess.PIPE, stderr=follower, cwd=CORPUS, timeout=120)
     os.close(follower)
     seen = b""
-    while True:
-        try:
-            chunk = os.read(leader, 65536)
-        except OSError:
-            break
-        if not chunk:
-            break
-        seen += chunk
+    try:
+        while chunk := os.read(leader, 65536):
+            seen += chunk
+    except OSError:  # EIO: the terminal's other side is closed
+        pass
     os.close(leader)
     return done, seen
 

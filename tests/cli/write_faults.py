@@ -6,6 +6,7 @@ up, runs the real vtk and checks exit status, message and files.
 usage: write_faults.py VTK CORPUS
 """
 import os
+import pathlib
 import re
 import signal
 import stat
@@ -41,8 +42,11 @@ def check(name, condition, detail=""):
 
 
 def read(path):
-    with open(path, "rb") as f:
-        return f.read()
+    return pathlib.Path(path).read_bytes()
+
+
+def write(path, data):
+    pathlib.Path(path).write_bytes(data)
 
 
 def is_png(path):
@@ -66,8 +70,7 @@ def case_full_disk(folder):
         failed_write(name, folder, result, "/dev/full", "No space left on device")
     check("/dev/full kept", stat.S_ISCHR(os.stat("/dev/full").st_mode))
     old = os.path.join(folder, "old.png")
-    with open(old, "wb") as f:
-        f.write(OLD)
+    write(old, OLD)
     for command in (["poster", BIG_CLIP], ["poster", "--format", "jpg", BIG_CLIP], ["sheet", "--format", "png", CLIP],
                     ["xmp", os.path.join(CORPUS, "phone.mov")]):
         result = vtk(*command, "-o", old, limit_bytes=64)
@@ -85,8 +88,7 @@ def case_read_only_folder(folder):
 def case_symlink(folder):
     target = os.path.join(folder, "target.png")
     link = os.path.join(folder, "link.png")
-    with open(target, "wb") as f:
-        f.write(OLD)
+    write(target, OLD)
     os.symlink("target.png", link)
     result = vtk("poster", CLIP, "-o", link)
     check("symlink exit", result.returncode == 0, result.stderr)
@@ -96,8 +98,7 @@ def case_symlink(folder):
 
 def case_refused_before_work(folder):
     clip = os.path.join(folder, "clip.mp4")
-    with open(CLIP, "rb") as f, open(clip, "wb") as g:
-        g.write(f.read())
+    write(clip, read(CLIP))
     before = read(clip)
     os.makedirs(os.path.join(folder, "a"))
     os.makedirs(os.path.join(folder, "b"))
@@ -134,8 +135,7 @@ def case_killed_mid_write(folder):
     # Killed at any moment, the final name holds the old file or a whole new one.
     output = os.path.join(folder, "poster.png")
     for attempt in range(12):
-        with open(output, "wb") as f:
-            f.write(OLD)
+        write(output, OLD)
         process = subprocess.Popen([VTK, "poster", BIG_CLIP, "-o", output], stderr=subprocess.DEVNULL)
         time.sleep(0.02 * attempt)
         process.send_signal(signal.SIGKILL if attempt % 2 else signal.SIGINT)

@@ -12,10 +12,14 @@ local RT = "Assertion failed: rt"
 local DIVISOR = "Assertion failed: divisor.numerator != 0"
 local ARCHIVE = "Assertion failed: lua_objlen(L, (2)) == 33"
 
-local function zeroDenominator()
+local function unarchived(text)
     local value = rt(1, 1)
-    value:unarchive("0000000000000001/0000000000000000")
+    value:unarchive(text)
     return value
+end
+
+local function zeroDenominator()
+    return unarchived("0000000000000001/0000000000000000")
 end
 
 local function fn() end
@@ -61,6 +65,9 @@ local rows = {
     { "div zero value", function() return rt(1, 2):div(rt(0, 5)) end, DIVISOR },
     { "div zero denominator", function() return rt(1, 2) / zeroDenominator() end,
         "Assertion failed: divisor.denominator != 0" },
+    -- The receiver is checked first, then the divisor's numerator, then its denominator.
+    { "div zero over zero", function() return rt(1, 2) / unarchived("0000000000000000/0000000000000000") end, DIVISOR },
+    { "div zero by an invalid receiver", function() return zeroDenominator() / 0 end, SELF },
     { "div function", function() return rt(1, 2) / fn end, RT },
     { "inverse of zero", function() return rt(0, 1):inverse() end, "Assertion failed: self->numerator != 0" },
     { "make method nil", function() return rt(1, 2):make() end, { has = "number expected, got no value" } },

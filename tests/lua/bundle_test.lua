@@ -4,9 +4,7 @@ local T = dofile(string.match(arg[0], "^(.*)/") .. "/testlib.lua")
 T.case("manifest", function()
     local info = import("KyToolkitInfo")
     T.eq(info.KyToolkitIdentifier, "com.halden.ky.video_toolkit")
-    T.eq(info.VERSION.major, 2)
-    T.eq(info.VERSION.minor, 4)
-    T.eq(info.VERSION.revision, 1)
+    T.eq(T.tuple(info.VERSION.major, info.VERSION.minor, info.VERSION.revision), "2,4,1")
     assert(string.find(info.VERSION.build, "^%d%d%d%d%d%d%d%d%-%d%d%d%d%-[0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f]$"),
         "build string " .. info.VERSION.build)
     local expected = {
@@ -42,16 +40,9 @@ T.case("native tables are new each time and hold the same functions", function()
     T.eq(tostring(a.makeRatioTime()), "RatioTime( 0/1 )", "direct call with no argument")
 end)
 
-T.case("player and inspection tables", function()
-    local player = _BUNDLE:getCFunction("KyVideoPlayerWin_nativeFuncs_L")()
-    assert(type(player.newKyVideoPlayerWin) == "function" and type(player.shutdownVideoPlayer) == "function")
-    T.eq(select("#", player.shutdownVideoPlayer(1, 2, 3)), 0, "shutdown results")
-    T.eq(select("#", _BUNDLE:getCFunction("KyVideoPlayerWin_shutdown")()), 0, "shutdown export results")
-    T.raises(function() player.newKyVideoPlayerWin(1, 2) end, nil, "Wrong number of arguments to KyVideoPlayerWin")
-    local inspection = _BUNDLE:getCFunction("VideoSupport_nativeFuncs_L")()
-    for _, name in ipairs({ "getPosterFrame", "getVideoFileInfo", "getMetadata" }) do
-        T.eq(type(inspection[name]), "function", name)
-    end
+T.case("the player's shutdown, native and exported, takes any arguments and gives no results", function()
+    T.eq(select("#", _BUNDLE:getCFunction("KyVideoPlayerWin_nativeFuncs_L")().shutdownVideoPlayer(1, 2, 3)), 0, "native")
+    T.eq(select("#", _BUNDLE:getCFunction("KyVideoPlayerWin_shutdown")()), 0, "exported")
 end)
 
 T.case("getCFunction answers nil for names the library does not export", function()
@@ -65,9 +56,7 @@ T.case("globals", function()
     T.eq(MAC_ENV, false)
     T.eq(math.mod(-7, 3), -1)
     local words = {}
-    for w in string.gfind("a1 b2", "%a%d") do
-        table.insert(words, w)
-    end
+    for w in string.gfind("a1 b2", "%a%d") do table.insert(words, w) end
     T.eq(table.concat(words, ","), "a1,b2")
     T.eq(ZSTR("$$$/Video/Error=Cannot open ^1 (^2)", "clip.mp4", 3), "Cannot open clip.mp4 (3)")
     T.eq(ZSTR("$$$/Plain=No arguments"), "No arguments")

@@ -6,6 +6,7 @@
 local dir = string.match(arg[0], "^(.*)/")
 local T = dofile(dir .. "/testlib.lua")
 local P = dofile(dir .. "/player_lib.lua")
+local media = dofile(dir .. "/media_lib.lua")
 local corpus = arg[1]
 
 local kStripes = 7
@@ -13,12 +14,7 @@ local kSteps = 26
 
 local function frameShown(view)
     local width, height = view:getSize()
-    local number = 0
-    for stripe = 0, kStripes - 1 do
-        local r, g, b = view:getPixel(math.floor((stripe + 0.5) * width / kStripes), math.floor(height / 4))
-        number = number * 2 + ((r + g + b > 384) and 1 or 0)
-    end
-    return number
+    return media.bitsShown(kStripes, 0.25, width, height, function(x, y) return view:getPixel(x, y) end)
 end
 
 -- file, frames per second, display size (the view's, so that nothing is letterboxed), first frame.

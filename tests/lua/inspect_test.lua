@@ -14,36 +14,26 @@ local videos = {
     "vfr.mp4", "tags_mp4.mp4", "tags_mov.mov", "phone.mov", "tags_webm.webm", "clip 日本 🎬.mp4",
 }
 
-local function sameRatio(n1, d1, n2, d2)
-    return n1 * d2 == n2 * d1
-end
-
 T.case("file properties agree with ffprobe", function()
     for _, name in ipairs(videos) do
         local path = media.corpus(name)
         local info = VideoSupport.getVideoFileInfo(path)
         local probe = media.ffprobe(path)
-        local label = name
-        T.eq(info.width, probe.width, label .. " width")
-        T.eq(info.height, probe.height, label .. " height")
-        T.eq(info.videoRotation, probe.rotation or 1, label .. " rotation")
-        assert(sameRatio(info.frame_rate.numerator, info.frame_rate.denominator, probe.frameRateNumerator,
-            probe.frameRateDenominator), label .. " frame rate " .. tostring(info.frame_rate))
-        T.eq(info.duration.denominator, 10000000, label .. " duration scale")
+        T.eq(info.width .. "x" .. info.height, probe.width .. "x" .. probe.height, name .. " size")
+        T.eq(info.videoRotation, probe.rotation or 1, name .. " rotation")
+        assert(info.frame_rate.numerator * probe.frameRateDenominator
+            == probe.frameRateNumerator * info.frame_rate.denominator, name .. " frame rate " .. tostring(info.frame_rate))
+        T.eq(info.duration.denominator, 10000000, name .. " duration scale")
         assert(math.abs(info.duration:toNumber() - probe.duration) <= probe.frameDuration,
-            label .. " duration " .. info.duration:toNumber() .. " vs " .. probe.duration)
-        T.eq(info.hasVideo, true)
-        T.eq(info.audioSampleRate, 44100)
+            name .. " duration " .. info.duration:toNumber() .. " vs " .. probe.duration)
+        T.eq(info.hasVideo, true, name)
+        T.eq(info.audioSampleRate, 44100, name)
     end
 end)
 
 local function corners(image)
-    local w, h = image:width(), image:height()
-    local names = {}
-    for i, at in ipairs({ { 0.1, 0.1 }, { 0.9, 0.1 }, { 0.1, 0.9 }, { 0.9, 0.9 } }) do
-        names[i] = media.colourName(image:getPixel(math.floor(at[1] * w), math.floor(at[2] * h)))
-    end
-    return table.concat(names, " ")
+    local pixel = function(x, y) return image:getPixel(x, y) end
+    return table.concat({ media.corners(image:width(), image:height(), pixel) }, " ")
 end
 
 T.case("poster frames are upright and at display size", function()
@@ -70,9 +60,9 @@ T.case("poster frame written as PNG reads back the same", function()
     T.eq(details.displayWidth .. "x" .. details.displayHeight .. " " .. details.videoRotation, "720x540 1")
     local out = os.tmpname() .. ".png"
     assert(image:writePNG(out))
-    local width, height = media.pngInfo(out)
+    local width, height, pixel = media.pngInfo(out)
     T.eq(width .. "x" .. height, "720x540")
-    T.eq(table.concat({ media.corners(out) }, " "), "red green blue white")
+    T.eq(table.concat({ media.corners(width, height, pixel) }, " "), "red green blue white")
     os.remove(out)
 end)
 
@@ -80,9 +70,7 @@ T.case("XMP packet read back by exiftool", function()
     local ok, packet = VideoSupport.getMetadata(media.corpus("phone.mov"))
     T.eq(ok, true)
     local out = os.tmpname() .. ".xmp"
-    local file = assert(io.open(out, "wb"))
-    file:write(packet)
-    file:close()
+    media.writeFile(out, packet)
     local fields = media.exiftool(out)
     os.remove(out)
     T.eq(fields.CameraModel, "TestCam X1")
@@ -100,7 +88,7 @@ end)
 local NOT_OPENED = "This object needs to be initialized before the requested operation can be carried out."
 local NO_VIDEO = "The stream number provided was invalid."
 local badInputs = {
-    { "missing folder", "/nonexistent/clip.mp4", NOT_OPENED }, { "missing file", "missing.mp4", NOT_OPENED },
+    { "missing folder", "nonexistent/clip.mp4", NOT_OPENED }, { "missing file", "missing.mp4", NOT_OPENED },
     { "zero bytes", "zero.mp4", NOT_OPENED }, { "truncated", "truncated.mp4", NOT_OPENED },
     { "random bytes", "random.mp4", NOT_OPENED }, { "text", "text.mp4", NOT_OPENED },
     { "directory", "folder.mp4", NOT_OPENED }, { "opens as subtitles", "random_opens.mp4", NO_VIDEO },
@@ -109,7 +97,7 @@ local badInputs = {
 
 T.case("bad inputs get the contract's shapes", function()
     for _, row in ipairs(badInputs) do
-        local path = string.sub(row[2], 1, 1) == "/" and row[2] or media.corpus(row[2])
+        local path = media.corpus(row[2])
         local started = os.time()
         local info = natives.getVideoFileInfo(path)
         T.eq(info.error_message, row[3], row[1])
@@ -122,12 +110,8 @@ T.case("bad inputs get the contract's shapes", function()
         T.eq(VideoSupport.getPosterFrame(path), nil, row[1])
         assert(os.time() - started < 6, row[1] .. " took too long")
     end
-    local message, flag = VideoSupport.getMetadata(media.corpus("random.mp4"))
-    T.eq(message, "video asset not found")
-    T.eq(flag, false)
-    message, flag = VideoSupport.getMetadata("")
-    T.eq(message, "null path")
-    T.eq(flag, false)
+    T.eq(T.tuple(VideoSupport.getMetadata(media.corpus("random.mp4"))), "video asset not found,false")
+    T.eq(T.tuple(VideoSupport.getMetadata("")), "null path,false")
     T.eq(natives.getVideoFileInfo("").error_message, "The parameter is incorrect.")
 end)
 
@@ -135,21 +119,12 @@ T.case("failed opens leave open files and threads where they were", function()
     natives.getVideoFileInfo(media.corpus("random.mp4"))
     collectgarbage()
     local before = T.processFigures()
-    for i = 1, 200 do
-        local bad = badInputs[math.mod(i, #badInputs) + 1]
-        natives.getVideoFileInfo(string.sub(bad[2], 1, 1) == "/" and bad[2] or media.corpus(bad[2]))
-    end
+    for i = 1, 200 do natives.getVideoFileInfo(media.corpus(badInputs[math.mod(i, #badInputs) + 1][2])) end
     collectgarbage()
     local after = T.processFigures()
     -- At most as many: a reader of an earlier case may still be closing its file when counted.
     assert(after.fds <= before.fds, "open files: " .. before.fds .. " -> " .. after.fds)
     T.eq(after.threads, before.threads, "threads")
-end)
-
-T.case("codec test", function()
-    T.eq(VideoSupport.isSupportedVideoCodec("APCH"), true, "Windows flavour supports every codec")
-    T.eq(VideoSupport.isSupportedVideoCodec(nil), true)
-    T.eq(select("#", VideoSupport.isSupportedVideoCodec("H264")), 1)
 end)
 
 T.finish()

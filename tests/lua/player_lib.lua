@@ -15,15 +15,9 @@ function M.newPlayer(width, height)
     player:initNativePlayer(view)
     view:setDelegate(player)
     local log = { states = {}, errors = {}, times = {} }
-    player:getPlayerStateStream():subscribe(function(state)
-        table.insert(log.states, state)
-    end)
-    player:getErrorMessageStream():subscribe(function(text)
-        table.insert(log.errors, text or "nil")
-    end)
-    player:getCurrentTimeStream():subscribe(function(...)
-        table.insert(log.times, { n = select("#", ...), ... })
-    end)
+    player:getPlayerStateStream():subscribe(function(state) table.insert(log.states, state) end)
+    player:getErrorMessageStream():subscribe(function(text) table.insert(log.errors, text or "nil") end)
+    player:getCurrentTimeStream():subscribe(function(...) table.insert(log.times, { n = select("#", ...), ... }) end)
     return view, player, log
 end
 
@@ -32,9 +26,7 @@ function M.waitFor(what, condition)
 end
 
 function M.waitForState(player, log, state)
-    M.waitFor(state, function()
-        return log.states[#log.states] == state
-    end)
+    M.waitFor(state, function() return log.states[#log.states] == state end)
 end
 
 function M.close(view, player)

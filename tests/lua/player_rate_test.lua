@@ -12,12 +12,7 @@ local P = dofile(dir .. "/player_lib.lua")
 local newPlayer, waitFor, waitForState, close, openReady = P.newPlayer, P.waitFor, P.waitForState, P.close, P.openReady
 
 -- The wall clock, in seconds to the hundredth.
-local function uptime()
-    local file = assert(io.open("/proc/uptime"))
-    local seconds = file:read("*n")
-    file:close()
-    return seconds
-end
+local function uptime() return tonumber(string.match(media.readFile("/proc/uptime"), "^%S+")) end
 
 -- Runs the loop every few milliseconds, so that a wait sees its condition as soon as it holds.
 local function ticking(body)
@@ -46,7 +41,7 @@ local function near(actual, expected, tolerance, label)
 end
 
 local function settings(player)
-    return string.format("%s,%s,%s", player:getVolume(), tostring(player:isMuted()), player:getPlaybackRate())
+    return T.tuple(player:getVolume(), player:isMuted(), (player:getPlaybackRate()))
 end
 
 if arg[2] == "sound" then
@@ -57,9 +52,7 @@ if arg[2] == "sound" then
     -- frequency, by zero crossings over its last 30 ms. Stretching smears a beep's start earlier
     -- by up to half its window, but keeps its end in place.
     local function beeps(path)
-        local file = assert(io.open(path, "rb"))
-        local bytes = file:read("*a")
-        file:close()
+        local bytes = media.readFile(path)
         local kSpan = kRate * 0.03
         local found, quiet, start, crossings, last, previous = {}, kRate, nil, {}, 0, 0
         for index = 0, math.floor(#bytes / 4) - 1 do
@@ -79,9 +72,7 @@ if arg[2] == "sound" then
             end
             if start and quiet > kRate / 20 then
                 local counted = 0
-                for _, at in ipairs(crossings) do
-                    counted = counted + ((at > last - kSpan and at <= last) and 1 or 0)
-                end
+                for _, at in ipairs(crossings) do counted = counted + ((at > last - kSpan and at <= last) and 1 or 0) end
                 table.insert(found, { last = last, seconds = (last - start) / kRate, frequency = counted / 2 / 0.03 })
                 start = nil
             end
@@ -103,9 +94,7 @@ if arg[2] == "sound" then
                 local r, g, b = view:getPixel(32, 18)
                 local now = r + g + b > 600
                 if now and not white and player:currentTime() > 0.5 then
-                    local file = assert(io.open(raw, "rb"))
-                    table.insert(flashes, file:seek("end") / 4)
-                    file:close()
+                    table.insert(flashes, #media.readFile(raw) / 4)
                 end
                 white = now
                 return #flashes >= 2 and player:currentTime() > 2.2
@@ -136,15 +125,11 @@ end
 T.case("volume, mute and rate hold across files until changed", function()
     local view, player, log = newPlayer()
     T.eq(settings(player), "1,false,1", "the defaults")
-    for _, row in ipairs({
-        { 0.3, true, 2, "0.3,true,2" },
-        { 0, false, 0.25, "0,false,0.25" },
-        { 1, true, 4, "1,true,4" },
-    }) do
+    for _, row in ipairs({ { 0.3, true, 2 }, { 0, false, 0.25 }, { 1, true, 4 } }) do
         player:setVolume(row[1])
         player:setMuted(row[2])
         player:setPlaybackRate(row[3])
-        T.eq(settings(player), row[4], "set before any file")
+        T.eq(settings(player), T.tuple(unpack(row)), "set before any file")
     end
     player:setVolume(0.3)
     player:setPlaybackRate(1.5)
@@ -182,12 +167,9 @@ T.case("wrong volumes, mutes and rates raise and change nothing", function()
 end)
 
 T.case("the clock runs at the rate, with sound and without", function()
-    for _, row in ipairs({
-        { "flashbeep.mp4", 2, 0.3, 2.3 },
-        { "flashbeep.mp4", 0.5, 0.3, 1.3 },
-        { "flashbeep.mp4", 4, 0.3, 3.5 },
-        { "h264.mp4", 2, 0.2, 1.8 },
-    }) do
+    -- file, rate, and the media times between which the clock is timed
+    for _, row in ipairs({ { "flashbeep.mp4", 2, 0.3, 2.3 }, { "flashbeep.mp4", 0.5, 0.3, 1.3 },
+        { "flashbeep.mp4", 4, 0.3, 3.5 }, { "h264.mp4", 2, 0.2, 1.8 } }) do
         local view, player, log = openReady(media.corpus(row[1]))
         player:setPlaybackRate(row[2])
         player:play()

@@ -3,9 +3,7 @@ local T = dofile(string.match(arg[0], "^(.*)/") .. "/testlib.lua")
 local R = import("RatioTime")
 local rt = R.makeRatioTime
 
-local function fields(value)
-    return value.numerator .. "/" .. value.denominator
-end
+local function fields(value) return value.numerator .. "/" .. value.denominator end
 
 T.case("values keep their fields until an operation reduces them", function()
     assert(rt(1, 2) == rt(2, 4), "__eq compares values")
@@ -17,7 +15,7 @@ T.case("values keep their fields until an operation reduces them", function()
 end)
 
 T.case("operators, with the receiver on the left", function()
-    local cases = {
+    for i, c in ipairs({
         { rt(1, 6) + rt(1, 3), "1/2" }, { rt(1, 2) - rt(1, 2), "0/1" }, { rt(1, 17) + rt(1, 17), "34/289" },
         { rt(30000, 1001) + 1, "31001/1001" }, { rt(1, 2) + 0.3, "1/2" }, { rt(1, 2) + 0.75, "1/1" },
         { rt(1, 2) + -0.3, "1/2" }, { rt(1, 3) + 0.34, "2/3" }, { rt(1, 3) + 0.5, "2/3" },
@@ -25,8 +23,7 @@ T.case("operators, with the receiver on the left", function()
         { rt(1, 2) / rt(3, 4), "2/3" }, { rt(3, 1) / rt(2, 1), "3/2" }, { rt(1, 3) * "2", "2/3" },
         { rt(5, 7):mul(0.001), "0/1" }, { rt(1, 2):div(2), "1/4" }, { rt(1, 34) * 2, "1/17" },
         { rt(30000, 1001):inverse(), "1001/30000" }, { rt(1, 2) / 2.5, "1/5" }, { rt(1, 2) - 1, "-1/2" },
-    }
-    for i, c in ipairs(cases) do
+    }) do
         T.eq(fields(c[1]), c[2], "case " .. i)
     end
     T.raises(function() return 2 * rt(1, 2) end, nil, "RatioTime expected")
@@ -53,12 +50,11 @@ T.case("make and toNumber", function()
 end)
 
 T.case("archive and restore", function()
-    local archives = {
+    for _, c in ipairs({
         { rt(1, 2), "0000000000000001/0000000000000002" }, { rt(2, 4), "0000000000000001/0000000000000002" },
         { rt(-1, 2), "ffffffffffffffff/0000000000000002" }, { rt(30000, 1001), "0000000000007530/00000000000003e9" },
         { rt(0, 5), "0000000000000000/0000000000000001" },
-    }
-    for _, c in ipairs(archives) do
+    }) do
         T.eq(c[1]:archive(), c[2])
     end
     local value = rt(2, 4)

@@ -8,21 +8,13 @@ local KyPreferences = import("KyPreferences")
 -- whole tuples compare; heard() gives the record so far joined with "|".
 local function recorder()
     local log = {}
-    local function add(...)
-        local parts = { n = select("#", ...), ... }
-        for i = 1, parts.n do
-            parts[i] = tostring(parts[i])
-        end
-        log[#log + 1] = table.concat(parts, ",")
-    end
+    local function add(...) log[#log + 1] = T.tuple(...) end
     local observer = { onNext = add, onError = function(e) add("error " .. e) end, onCompleted = function() add("done") end }
     return observer, function() return table.concat(log, "|") end
 end
 
 local function feed(subject, tuples)
-    for _, tuple in ipairs(tuples) do
-        subject:onNext(unpack(tuple, 1, tuple.n or #tuple))
-    end
+    for _, tuple in ipairs(tuples) do subject:onNext(unpack(tuple, 1, tuple.n or #tuple)) end
 end
 
 -- What a new subscriber to observable hears at once.

@@ -66,12 +66,8 @@ local function pixels(image)
             .. table.concat(outputs, " "))
         decoded = {}
         for i, each in ipairs(images) do
-            local file = io.open(scratch .. i, "rb")
-            if file then
-                decoded[each.stored] = file:read("*a")
-                file:close()
-                os.remove(scratch .. i)
-            end
+            decoded[each.stored] = status == 0 and media.readFile(scratch .. i) or nil
+            os.remove(scratch .. i)
         end
         os.remove(scratch)
         T.eq(status, 0, "ffmpeg decoding the images: " .. errors)
@@ -93,28 +89,17 @@ local function level(image)
     return sum / weight, weight / 255 / (#raw / 4)
 end
 
-local function alpha(image)
-    return (string.gsub(pixels(image), "...(.)", "%1"))
-end
-
-local function u32(bytes, at)
-    local a, b, c, d = string.byte(bytes, at, at + 3)
-    return ((a * 256 + b) * 256 + c) * 256 + d
-end
+local function alpha(image) return (string.gsub(pixels(image), "...(.)", "%1")) end
 
 T.case("the folder holds exactly the images the rules call for", function()
     T.eq(#images, 140, "images the rules call for")
     local listing, status = media.run("ls -1 " .. media.shellQuote(folder))
     T.eq(status, 0, "listing " .. folder)
     local extra = {}
-    for name in string.gmatch(listing, "[^\n]+") do
-        extra[name] = true
-    end
+    for name in string.gmatch(listing, "[^\n]+") do extra[name] = true end
     local missing = {}
     for _, image in ipairs(images) do
-        if not extra[image.stored] then
-            table.insert(missing, image.stored)
-        end
+        if not extra[image.stored] then table.insert(missing, image.stored) end
         extra[image.stored] = nil
     end
     T.eq(table.concat(missing, " "), "", "missing")
@@ -123,14 +108,12 @@ end)
 
 T.case("each image is found by its file name, with its size and PNG form", function()
     for _, image in ipairs(images) do
-        local bytes = _BUNDLE:fileNamed(image.file)
+        local bytes = assert(_BUNDLE:fileNamed(image.file), image.file .. ": fileNamed found nothing")
         T.eq(_BUNDLE:hasResource(image.file), true, image.file)
-        assert(bytes, image.file .. ": fileNamed found nothing")
         T.eq(_BUNDLE:getResourceByName(image.file), bytes, image.file .. " by getResourceByName")
         T.eq(string.sub(bytes, 1, 16), "\137PNG\r\n\26\n\0\0\0\13IHDR", image.file .. " header")
-        T.eq(u32(bytes, 17) .. "x" .. u32(bytes, 21), image.width .. "x" .. image.height, image.file .. " size")
-        T.eq(string.byte(bytes, 25), 8, image.file .. " bit depth")
-        T.eq(string.byte(bytes, 26), image.colourType, image.file .. " colour type")
+        T.eq(T.tuple(media.pngSize(bytes)), image.width .. "," .. image.height, image.file .. " size")
+        T.eq(T.tuple(string.byte(bytes, 25, 26)), "8," .. image.colourType, image.file .. " bit depth, colour type")
     end
 end)
 
@@ -208,9 +191,8 @@ end)
 T.case("names the catalogue lacks find nothing", function()
     for _, name in ipairs({ "vid_scroll_track_thirds~1.5x.png", "vid_play_head_d~1.5x.png",
         "vid_play_head_track_o.png", "vid_tag_delete_d.png", "vid_no_audio_placeholder~2x.png" }) do
-        T.eq(_BUNDLE:hasResource(name), false, name)
-        T.eq(_BUNDLE:fileNamed(name), nil, name .. " by fileNamed")
-        T.eq(_BUNDLE:getResourceByName(name), nil, name .. " by getResourceByName")
+        T.eq(T.tuple(_BUNDLE:hasResource(name), _BUNDLE:fileNamed(name), _BUNDLE:getResourceByName(name)), "false,nil,nil",
+            name)
     end
 end)
 

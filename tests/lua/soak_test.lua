@@ -35,9 +35,7 @@ local function cycle(i)
     KyEventLoop.runUntil(function() return false end, 0.05)
     local before = #log.states
     player:setPosition(0.6)
-    P.waitFor("the seek", function()
-        return #log.states >= before + 2 and log.states[#log.states] == "playing"
-    end)
+    P.waitFor("the seek", function() return #log.states >= before + 2 and log.states[#log.states] == "playing" end)
     P.showFrame(player, log, 0.3)
     P.showFrame(player, log, 0.2)
     player:endScrubbing()
@@ -50,9 +48,7 @@ end
 
 -- Runs count steps, then lets the engines' threads end and the garbage go.
 local function run(step, first, count)
-    for i = first, first + count - 1 do
-        step(i)
-    end
+    for i = first, first + count - 1 do step(i) end
     collectgarbage("collect")
 end
 

@@ -32,9 +32,7 @@ local player = natives.newKyVideoPlayerWin(queue, action, view)
 local pointers = {}
 R.makeRatioTime(1, 1)
 for key, value in pairs(debug.getregistry()) do
-    if type(value) == "table" and rawget(value, 1) == key then
-        pointers[#pointers + 1] = key
-    end
+    if type(value) == "table" and rawget(value, 1) == key then pointers[#pointers + 1] = key end
 end
 local pointer = assert(pointers[1], "a class address")
 
@@ -69,9 +67,7 @@ end)
 
 T.case("a finaliser runs once; the object then refuses every use", function()
     local objects = {}
-    for kind, make in pairs(makers) do
-        objects[kind] = make()
-    end
+    for kind, make in pairs(makers) do objects[kind] = make() end
     local finalised = 0
     for kind, object in pairs(objects) do
         local finalise = debug.getmetatable(object).__gc
@@ -97,7 +93,7 @@ T.case("natives refuse userdata of another type with a clear error", function()
     -- { function, its arguments with F where the foreign value goes, what it takes there, what
     -- the error says }: a type name, or the one value a light userdata row takes.
     local F = {}
-    local rows = {
+    for _, row in ipairs({
         { canvas.width, { F }, "KyCanvas", "KyCanvas expected" },
         { canvas.draw, { canvas, F, 0, 0 }, "KyCanvas", "KyCanvas expected" },
         { mt(canvas, "__gc"), { F }, "KyCanvas", "KyCanvas expected" },
@@ -125,15 +121,12 @@ T.case("natives refuse userdata of another type with a clear error", function()
         { player.setPosition, { player, F }, "RatioTime", "Assertion failed: rt" },
         { player.setPosterFrame, { player, F }, "KyImage", "KyImage expected" },
         { player.handleEvent, { player, F }, pointer, "light userdata expected" },
-    }
-    for _, row in ipairs(rows) do
+    }) do
         local fn, template, takes, says = unpack(row)
         for _, value in ipairs(foreign) do
             if getmetatable(value) ~= takes and value ~= takes then
                 local arguments = {}
-                for i, argument in ipairs(template) do
-                    arguments[i] = argument == F and value or argument
-                end
+                for i, argument in ipairs(template) do arguments[i] = argument == F and value or argument end
                 T.raises(function() fn(unpack(arguments, 1, #template)) end, nil, says)
             end
         end
@@ -147,12 +140,10 @@ T.case("handleEvent takes only an event the engine posted", function()
 end)
 
 T.case("a name holding a NUL names nothing", function()
-    T.eq(type(_BUNDLE:getCFunction("luaopen_RatioTime")), "function")
-    T.eq(_BUNDLE:getCFunction("luaopen_RatioTime\0junk"), nil, "getCFunction")
-    T.eq(_BUNDLE:hasResource("Info.lua"), true)
-    T.eq(_BUNDLE:hasResource("Info.lua\0.png"), false, "hasResource")
-    T.eq(_BUNDLE:fileNamed("Info.lua\0"), nil, "fileNamed")
-    T.eq(_BUNDLE:getResourceByName("Info.lua\0x"), nil, "getResourceByName")
+    T.eq(T.tuple(type(_BUNDLE:getCFunction("luaopen_RatioTime")), _BUNDLE:hasResource("Info.lua")), "function,true")
+    T.eq(T.tuple(_BUNDLE:getCFunction("luaopen_RatioTime\0junk"), _BUNDLE:hasResource("Info.lua\0.png"),
+        _BUNDLE:fileNamed("Info.lua\0"), _BUNDLE:getResourceByName("Info.lua\0x")), "nil,false,nil,nil",
+        "getCFunction, hasResource, fileNamed, getResourceByName")
     T.raises(function() import("VideoTime\0x") end, nil, "no module named")
     T.eq(R.makeRatioTime(1, 2)["numerator\0x"], nil, "property")
     T.raises(function() R.makeRatioTime(1, 2)["numerator\0"] = 1 end, nil, "has no writable property")
@@ -179,7 +170,5 @@ T.case("a view cannot be finalised under its own delivery, nor its deliverer cal
 end)
 
 player:invalidateReference()
-for _, each in ipairs(views) do
-    pcall(function() each:close() end)
-end
+for _, each in ipairs(views) do pcall(function() each:close() end) end
 T.finish()

@@ -6,9 +6,7 @@ local failures = 0
 local cases = 0
 
 local function show(value)
-    if type(value) == "string" then
-        return string.format("%q", value)
-    end
+    if type(value) == "string" then return string.format("%q", value) end
     return tostring(value)
 end
 
@@ -27,12 +25,17 @@ function T.eq(actual, expected, label)
     end
 end
 
+-- Values as one text, "," between them, nils shown: whole results compare with T.eq.
+function T.tuple(...)
+    local parts = { n = select("#", ...), ... }
+    for i = 1, parts.n do parts[i] = tostring(parts[i]) end
+    return table.concat(parts, ",")
+end
+
 -- fn must raise, with exactly `text` when given, or with a message containing `pattern`.
 function T.raises(fn, text, pattern)
     local ok, message = pcall(fn)
-    if ok then
-        error("expected an error " .. show(text or pattern) .. ", none was raised", 2)
-    end
+    if ok then error("expected an error " .. show(text or pattern) .. ", none was raised", 2) end
     if text and message ~= text then
         error("expected error " .. show(text) .. ", got " .. show(message), 2)
     end
@@ -50,9 +53,7 @@ function T.processFigures()
     local pid = string.match(status, "\nPid:%s*(%d+)")
     local fds = 0
     local listing = io.popen("ls /proc/" .. pid .. "/fd")
-    for _ in listing:lines() do
-        fds = fds + 1
-    end
+    for _ in listing:lines() do fds = fds + 1 end
     listing:close()
     return {
         rss = tonumber(string.match(status, "VmRSS:%s*(%d+)")),
@@ -67,9 +68,7 @@ T.residentMemoryMeasured = (os.getenv("VTK_TEST_SANITIZE") or "") == ""
 
 function T.finish()
     io.stdout:write(string.format("%d cases, %d failed\n", cases, failures))
-    if failures > 0 then
-        error(failures .. " case(s) failed", 0)
-    end
+    if failures > 0 then error(failures .. " case(s) failed", 0) end
 end
 
 return T

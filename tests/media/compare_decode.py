@@ -108,18 +108,17 @@ class Video:
         letterboxed to the decoded picture's shape: (window width, height), (left, top, width,
         height)."""
         width, height = self.display_size()
-        scale = min(1.0, LARGEST_WINDOW[0] / width, LARGEST_WINDOW[1] / height)
-        window = (max(1, int(width * scale + 0.5)), max(1, int(height * scale + 0.5)))
+        window = fitted((width, height), min(1.0, LARGEST_WINDOW[0] / width, LARGEST_WINDOW[1] / height))
         pixel_aspect = self.sar[0] / self.sar[1]
         if self.sideways:
             aspect = (self.height, self.width * pixel_aspect)
         else:
             aspect = (self.width * pixel_aspect, self.height)
         if window[0] * aspect[1] > window[1] * aspect[0]:
-            fitted = int(window[1] * aspect[0] / aspect[1] + 0.5)
-            return window, (int((window[0] - fitted) / 2), 0, fitted, window[1])
-        fitted = int(window[0] * aspect[1] / aspect[0] + 0.5)
-        return window, (0, int((window[1] - fitted) / 2), window[0], fitted)
+            width = int(window[1] * aspect[0] / aspect[1] + 0.5)
+            return window, (int((window[0] - width) / 2), 0, width, window[1])
+        height = int(window[0] * aspect[1] / aspect[0] + 0.5)
+        return window, (0, int((window[1] - height) / 2), window[0], height)
 
     def seek_frames(self):
         """The frame (place in time order) each seek case shows."""
@@ -144,6 +143,11 @@ class Video:
         return max(0, bisect.bisect_right(self.times, seconds + 1e-9) - 1)
 
 
+def fitted(size, scale):
+    """A size scaled and rounded, at least a pixel a side."""
+    return tuple(max(1, int(side * scale + 0.5)) for side in size)
+
+
 def png_size(path):
     try:
         with open(path, "rb") as file:
@@ -153,11 +157,6 @@ def png_size(path):
     if len(header) < 24 or header[:8] != b"\x89PNG\r\n\x1a\n" or header[12:16] != b"IHDR":
         raise CaseFailure("the picture written is not a PNG")
     return struct.unpack(">II", header[16:24])
-
-
-def rgb_of_png(path):
-    return run(["ffmpeg", "-v", "error", "-nostdin", "-i", path, "-f", "rawvideo", "-pix_fmt", "rgb24", "-"],
-               60, "ffmpeg reading " + os.path.basename(path))
 
 
 def reference(path, video, place, size):
@@ -174,12 +173,6 @@ def crop(rgb, width, area):
                     for row in range(crop_height))
 
 
-def mean_errors(picture, expected):
-    pixels = len(expected) // 3
-    return [sum(map(abs, map(operator.sub, picture[channel::3], expected[channel::3]))) / pixels
-            for channel in range(3)]
-
-
 def counter_value(rgb, width, height):
     """The frame number the counter picture's stripes spell."""
     value = 0
@@ -192,7 +185,8 @@ def counter_value(rgb, width, height):
 def compare(picture, expected, size):
     if len(picture) != len(expected) or len(expected) != size[0] * size[1] * 3:
         raise CaseFailure(f"picture of {len(picture)} bytes, FFmpeg's of {len(expected)}, {size[0]}x{size[1]} expected")
-    errors = mean_errors(picture, expected)
+    errors = [sum(map(abs, map(operator.sub, picture[channel::3], expected[channel::3]))) / (size[0] * size[1])
+              for channel in range(3)]
     text = "/".join(f"{error:.2f}" for error in errors)
     if max(errors) > MAX_ERROR:
         raise CaseFailure(f"mean error {text} above {MAX_ERROR:g}: shows #{counter_value(picture, *size)}, "
@@ -200,36 +194,28 @@ def compare(picture, expected, size):
     return text
 
 
-def check_poster(options, path, video, folder):
-    out = os.path.join(folder, "poster.png")
-    run(options.under + [options.vtk, "poster", path, "-o", out], options.timeout, "vtk poster")
-    size, shown = video.display_size(), png_size(out)
-    if shown != size:
-        raise CaseFailure("poster is %dx%d, display size %dx%d" % (shown + size))
-    return compare(rgb_of_png(out), reference(path, video, 0, size), size)
-
-
-def check_seek(options, path, video, folder, seconds):
-    out = os.path.join(folder, "shot.png")
-    run(options.under + [options.vtk, "play", "--headless", "--seek", f"{seconds:.6f}", "--screenshot", out, path],
-        options.timeout, "vtk play")
-    (window, area), shown = video.picture_area(), png_size(out)
+def check_case(options, path, video, out, case, seconds):
+    """Runs vtk for a case and compares its picture with FFmpeg's decode of the frame it must show:
+    the mean errors as text."""
+    display = video.display_size()
+    if case.startswith("seek-"):
+        command = ["play", "--headless", "--seek", f"{seconds:.6f}", "--screenshot", out, path]
+        window, area = video.picture_area()
+    else:
+        command = ["poster", path, "-o", out]
+        window = display
+        if case.startswith("time-"):
+            command[1:1] = ["--time", f"{seconds:.6f}", "--width", str(TIME_POSTER_WIDTH)]
+            window = fitted(display, min(1.0, TIME_POSTER_WIDTH / display[0]))
+        area = (0, 0, *window)
+    run(options.under + [options.vtk, *command], options.timeout, "vtk " + command[0])
+    shown, size = png_size(out), area[2:]
     if shown != window:
-        raise CaseFailure("window is %dx%d, %dx%d expected" % (shown + window))
-    size = area[2:]
-    return compare(crop(rgb_of_png(out), window[0], area), reference(path, video, video.frame_at(seconds), size), size)
-
-
-def check_poster_at(options, path, video, folder, seconds):
-    out = os.path.join(folder, "at.png")
-    run(options.under + [options.vtk, "poster", "--time", f"{seconds:.6f}", "--width", str(TIME_POSTER_WIDTH), path,
-                         "-o", out], options.timeout, "vtk poster --time")
-    width, height = video.display_size()
-    scale = min(1.0, TIME_POSTER_WIDTH / width)
-    size, shown = (max(1, int(width * scale + 0.5)), max(1, int(height * scale + 0.5))), png_size(out)
-    if shown != size:
-        raise CaseFailure("poster is %dx%d, %dx%d expected" % (shown + size))
-    return compare(rgb_of_png(out), reference(path, video, video.frame_at(seconds), size), size)
+        raise CaseFailure("vtk's picture is %dx%d, %dx%d expected" % (shown + window))
+    picture = run(["ffmpeg", "-v", "error", "-nostdin", "-i", out, "-f", "rawvideo", "-pix_fmt", "rgb24", "-"], 60,
+                  "ffmpeg reading vtk's picture")
+    expected = reference(path, video, 0 if case == "poster" else video.frame_at(seconds), size)
+    return compare(crop(picture, window[0], area), expected, size)
 
 
 def check_file(options, name):
@@ -243,20 +229,13 @@ def check_file(options, name):
     frames = video.seek_frames()
     with tempfile.TemporaryDirectory() as folder:
         for case in options.cases:
+            seek = case.replace("time-", "seek-")
+            if case != "poster" and seek not in frames:
+                continue
+            seconds = 0.0 if case == "poster" else video.seek_time(frames[seek])
+            label = case if case == "poster" else f"{case}@{seconds:.4f}"
             try:
-                if case == "poster":
-                    label = case
-                    text = check_poster(options, path, video, folder)
-                elif case in frames:
-                    seconds = video.seek_time(frames[case])
-                    label = f"{case}@{seconds:.4f}"
-                    text = check_seek(options, path, video, folder, seconds)
-                elif case.replace("time-", "seek-") in frames:
-                    seconds = video.seek_time(frames[case.replace("time-", "seek-")])
-                    label = f"{case}@{seconds:.4f}"
-                    text = check_poster_at(options, path, video, folder, seconds)
-                else:
-                    continue
+                text = check_case(options, path, video, os.path.join(folder, case + ".png"), case, seconds)
                 lines.append(f"OK   {name} {label} error {text}")
             except CaseFailure as failure:
                 lines.append(f"FAIL {name} {label} {failure}")

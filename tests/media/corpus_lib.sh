@@ -25,3 +25,14 @@ need() {
 place() {
     mv -f "$work/$1" "$out/$1"
 }
+
+# made NAME COMMAND...: makes NAME, when it still has to be made, by COMMAND with the file to write
+# added as its last argument.
+made() {
+    name=$1
+    shift
+    if need "$name"; then
+        "$@" "$work/$name"
+        place "$name"
+    fi
+}

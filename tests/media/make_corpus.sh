@@ -23,42 +23,25 @@ quad() {
     printf '%s' "$g"
 }
 
-
+# quadclip NAME WIDTHxHEIGHT RATE SECONDS OPTIONS...: the quadrant picture encoded with OPTIONS.
+quadclip() {
+    name=$1
+    g=$(quad "$2" "$3" "$4")
+    shift 4
+    made "$name" ff -f lavfi -i "$g" "$@"
+}
 
 H264="-c:v libx264 -pix_fmt yuv420p"
 
 # Codecs and containers. The 1080p clip is the one whose coded height (1088) differs from its
 # picture height (1080).
-if need h264_1080p.mp4; then
-    ff -f lavfi -i "$(quad 1920x1080 25 1)" $H264 "$work/h264_1080p.mp4"
-    place h264_1080p.mp4
-fi
-if need h264.mp4; then
-    ff -f lavfi -i "$(quad 320x240 25 2)" $H264 "$work/h264.mp4"
-    place h264.mp4
-fi
-if need hevc.mp4; then
-    ff -f lavfi -i "$(quad 320x240 25 1)" -c:v libx265 -pix_fmt yuv420p -tag:v hvc1 \
-        -x265-params log-level=error "$work/hevc.mp4"
-    place hevc.mp4
-fi
-if need vp9.webm; then
-    ff -f lavfi -i "$(quad 320x240 25 1)" -c:v libvpx-vp9 -b:v 1M -deadline realtime -cpu-used 8 \
-        "$work/vp9.webm"
-    place vp9.webm
-fi
-if need mpeg4.avi; then
-    ff -f lavfi -i "$(quad 320x240 25 1)" -c:v mpeg4 -q:v 3 "$work/mpeg4.avi"
-    place mpeg4.avi
-fi
-if need prores.mov; then
-    ff -f lavfi -i "$(quad 320x240 25 1)" -c:v prores_ks -profile:v 2 "$work/prores.mov"
-    place prores.mov
-fi
-if need mjpeg.avi; then
-    ff -f lavfi -i "$(quad 320x240 25 1)" -c:v mjpeg -q:v 3 "$work/mjpeg.avi"
-    place mjpeg.avi
-fi
+quadclip h264_1080p.mp4 1920x1080 25 1 $H264
+quadclip h264.mp4 320x240 25 2 $H264
+quadclip hevc.mp4 320x240 25 1 -c:v libx265 -pix_fmt yuv420p -tag:v hvc1 -x265-params log-level=error
+quadclip vp9.webm 320x240 25 1 -c:v libvpx-vp9 -b:v 1M -deadline realtime -cpu-used 8
+quadclip mpeg4.avi 320x240 25 1 -c:v mpeg4 -q:v 3
+quadclip prores.mov 320x240 25 1 -c:v prores_ks -profile:v 2
+quadclip mjpeg.avi 320x240 25 1 -c:v mjpeg -q:v 3
 
 # Display-matrix rotation. rotN.mp4 is shown 320x240 and upright (red top-left) by ffmpeg's
 # autorotate; its stored picture is turned the other way, and the matrix is added by a stream-copy
@@ -83,54 +66,27 @@ rotated rot90.mp4 90 ",transpose=clock"
 rotated rot180.mp4 180 ",hflip,vflip"
 rotated rot270.mp4 -90 ",transpose=cclock"
 
-# Sample aspect ratio: display 720x540, 853x480 and 960x576 (enlarging one side).
-# sar NAME SIZE SAR
-sar() {
-    if need "$1"; then
-        ff -f lavfi -i "$(quad "$2" 25 1)" -vf "setsar=$3" $H264 "$work/$1"
-        place "$1"
-    fi
-}
-sar sar_8_9.mp4 720x480 8/9
-sar sar_32_27.mp4 720x480 32/27
-sar sar_4_3.mp4 720x576 4/3
-# Shown 32000x240: wider than any picture may be, so the poster is scaled to fit.
-sar sar_100_1.mp4 320x240 100/1
+# Sample aspect ratio: display 720x540, 853x480 and 960x576 (enlarging one side); sar_100_1 is
+# shown 32000x240: wider than any picture may be, so the poster is scaled to fit.
+quadclip sar_8_9.mp4 720x480 25 1 -vf setsar=8/9 $H264
+quadclip sar_32_27.mp4 720x480 25 1 -vf setsar=32/27 $H264
+quadclip sar_4_3.mp4 720x576 25 1 -vf setsar=4/3 $H264
+quadclip sar_100_1.mp4 320x240 25 1 -vf setsar=100/1 $H264
 
 # Frame rates: NTSC rates, and a variable-rate clip (30 frames at 30 fps, then 30 at 10 fps;
 # avg_frame_rate 900/59). B-frames would blur the packet durations, hence -bf 0.
-if need rate_23976.mp4; then
-    ff -f lavfi -i "$(quad 320x240 24000/1001 2)" $H264 "$work/rate_23976.mp4"
-    place rate_23976.mp4
-fi
-if need rate_2997.mp4; then
-    ff -f lavfi -i "$(quad 320x240 30000/1001 2)" $H264 "$work/rate_2997.mp4"
-    place rate_2997.mp4
-fi
-if need vfr.mp4; then
-    ff -f lavfi -i "$(quad 320x240 30 2)" -vf "setpts='if(lt(N,30),N/30,1+(N-30)/10)/TB'" \
-        -fps_mode vfr $H264 -bf 0 -video_track_timescale 90000 "$work/vfr.mp4"
-    place vfr.mp4
-fi
+quadclip rate_23976.mp4 320x240 24000/1001 2 $H264
+quadclip rate_2997.mp4 320x240 30000/1001 2 $H264
+quadclip vfr.mp4 320x240 30 2 -vf "setpts='if(lt(N,30),N/30,1+(N-30)/10)/TB'" -fps_mode vfr $H264 -bf 0 \
+    -video_track_timescale 90000
 
 # Tags. The MP4 and MOV muxer modes write different atoms for the same keys: location becomes a
 # 3GPP loci box in MP4 and a (c)xyz atom in MOV; make/model survive only in MOV mode.
 LOCATION=+48.8577+002.2950+035.200/
-if need tags_mp4.mp4; then
-    ff -f lavfi -i "$(quad 320x240 25 1)" $H264 -metadata creation_time=2021-06-15T14:30:00Z \
-        -metadata location=$LOCATION "$work/tags_mp4.mp4"
-    place tags_mp4.mp4
-fi
-if need tags_mov.mov; then
-    ff -f lavfi -i "$(quad 320x240 25 1)" $H264 -metadata make=TestMake -metadata model=TestModel \
-        -metadata location=$LOCATION "$work/tags_mov.mov"
-    place tags_mov.mov
-fi
-if need tags_webm.webm; then
-    ff -f lavfi -i "$(quad 320x240 25 1)" -c:v libvpx-vp9 -b:v 1M -deadline realtime -cpu-used 8 \
-        -metadata creation_time=2021-06-15T14:30:00Z "$work/tags_webm.webm"
-    place tags_webm.webm
-fi
+quadclip tags_mp4.mp4 320x240 25 1 $H264 -metadata creation_time=2021-06-15T14:30:00Z -metadata location=$LOCATION
+quadclip tags_mov.mov 320x240 25 1 $H264 -metadata make=TestMake -metadata model=TestModel -metadata location=$LOCATION
+quadclip tags_webm.webm 320x240 25 1 -c:v libvpx-vp9 -b:v 1M -deadline realtime -cpu-used 8 \
+    -metadata creation_time=2021-06-15T14:30:00Z
 # A phone-style clip: stored 1920x1080 and shown 1080x1920 upright (rotate=-90, ffprobe -90), with
 # AAC sound and the com.apple.quicktime keys a phone writes. -map_metadata -1 keeps the encode's
 # own tags from turning into keys.
@@ -148,14 +104,8 @@ if need phone.mov; then
 fi
 
 # Odd and broken inputs.
-if need audio_only.m4a; then
-    ff -f lavfi -i sine=f=440:d=2:sample_rate=44100 -c:a aac -b:a 96k "$work/audio_only.m4a"
-    place audio_only.m4a
-fi
-if need zero.mp4; then
-    : > "$work/zero.mp4"
-    place zero.mp4
-fi
+made audio_only.m4a ff -f lavfi -i sine=f=440:d=2:sample_rate=44100 -c:a aac -b:a 96k
+made zero.mp4 touch
 # Cut in half, a default MP4 (index at the end) loses its index and does not open; one with the
 # index first still opens and reports the full duration, but decoding stops early. A keyframe every
 # 5 frames keeps whole pictures in the first half, so the first frames still decode.
@@ -173,30 +123,15 @@ half() {
 half truncated.mp4
 half truncated_faststart.mp4 -movflags +faststart
 # Random bytes: seed 1 is rejected by probing; seed 20240603 opens as an lrc subtitle file.
-# random_bytes NAME SEED
-random_bytes() {
-    if need "$1"; then
-        python3 -c 'import random, sys; sys.stdout.buffer.write(random.Random(int(sys.argv[1])).randbytes(262144))' \
-            "$2" > "$work/$1"
-        place "$1"
-    fi
-}
-random_bytes random.mp4 1
-random_bytes random_opens.mp4 20240603
-if need text.mp4; then
-    printf 'This is a text file, not a movie.\n' > "$work/text.mp4"
-    place text.mp4
-fi
+RANDOM_BYTES='import random, sys; open(sys.argv[2], "wb").write(random.Random(int(sys.argv[1])).randbytes(262144))'
+made random.mp4 python3 -c "$RANDOM_BYTES" 1
+made random_opens.mp4 python3 -c "$RANDOM_BYTES" 20240603
+made text.mp4 python3 -c 'import sys; open(sys.argv[1], "w").write("This is a text file, not a movie.\n")'
 mkdir -p "$out/folder.mp4"
-if need "clip 日本 🎬.mp4"; then
-    cp "$out/h264.mp4" "$work/clip 日本 🎬.mp4"
-    place "clip 日本 🎬.mp4"
-fi
+made "clip 日本 🎬.mp4" cp "$out/h264.mp4"
 
 # A white frame and a 40 ms 1 kHz beep at every whole second, for audio/video sync checks.
-if need flashbeep.mp4; then
-    ff -f lavfi -i "color=c=black:s=640x360:r=25:d=4,drawbox=x=0:y=0:w=iw:h=ih:c=white:t=fill:enable='lt(mod(n,25),1)'" \
-        -f lavfi -i "aevalsrc='if(lt(mod(t,1),0.04),0.8*sin(2*PI*1000*t),0)':s=48000:d=4" \
-        $H264 -c:a aac -b:a 128k -shortest "$work/flashbeep.mp4"
-    place flashbeep.mp4
-fi
+made flashbeep.mp4 ff \
+    -f lavfi -i "color=c=black:s=640x360:r=25:d=4,drawbox=x=0:y=0:w=iw:h=ih:c=white:t=fill:enable='lt(mod(n,25),1)'" \
+    -f lavfi -i "aevalsrc='if(lt(mod(t,1),0.04),0.8*sin(2*PI*1000*t),0)':s=48000:d=4" \
+    $H264 -c:a aac -b:a 128k -shortest

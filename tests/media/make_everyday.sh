@@ -4,45 +4,12 @@
 # FFmpeg's own decode (compare_decode.py). Files that already exist are kept; each is written in a
 # private work folder and renamed into place. Prints nothing unless something fails.
 #
-# Every clip shows the counter picture (below) and lasts 2 s unless said otherwise. GOP: the key
-# frame interval in frames; open GOPs have B-frames that reference the previous GOP.
-#   file                          codec (chroma)            shown      container  sound  start  GOP
-#   h264_120x68.mp4               H.264 4:2:0               120x68     MP4        AAC    0      12
-#   h264_202x114_open.mkv         H.264 4:2:0               202x114    MKV        MP3    0      15 open
-#   h264_330x186_2997.mov         H.264 4:2:0, 29.97 fps    330x186    MOV        AAC    0      20
-#   h264_426x240_23976_open.mp4   H.264 4:2:0, 23.976 fps   426x240    MP4        AAC    0      24 open
-#   h264_854x480_open.ts          H.264 4:2:0               854x480    MPEG-TS    AC-3   1.4 s  25 open
-#   h264_482x270_10h.ts           H.264 4:2:0               482x270    MPEG-TS    AAC    10 h   12
-#   h264_720x406_2997_open.m2ts   H.264 4:2:0, 29.97 fps    720x406    M2TS       AC-3   1.4 s  15 open
-#   h264_330x186_10h_open.mkv     H.264 4:2:0               330x186    MKV        AC-3   10 h   18 open
-#   h264_360x640_portrait.mp4     H.264 4:2:0               360x640    MP4        AAC    0      25
-#   h264_1080x1350_portrait.mp4   H.264 4:2:0, 1 s          1080x1350  MP4        -      0      12
-#   h264_phone_rot270.mov         H.264 4:2:0, 30 fps       480x854    MOV        AAC    0      15, stored 854x480 turned
-#   h264_rot90.mp4                H.264 4:2:0               330x186    MP4        -      0      20, stored 186x330 turned
-#   h264_rot180.mp4               H.264 4:2:0               426x240    MP4        AAC    0      20, stored upside down
-#   h264_sar_10_11.mkv            H.264 4:2:0, SAR 10:11    704x528    MKV        -      0      15, stored 704x480
-#   h264_444_331x241_open.mkv     H.264 4:4:4               331x241    MKV        -      0      16 open
-#   hevc_426x240_cra.mp4          HEVC 8-bit 4:2:0          426x240    MP4        AAC    0      24 open (CRA)
-#   hevc10_330x186.mkv            HEVC 10-bit 4:2:0         330x186    MKV        AC-3   0      20 closed
-#   hevc10_854x480_10h_cra.ts     HEVC 10-bit 4:2:0         854x480    MPEG-TS    AC-3   10 h   25 open (CRA)
-#   hevc10_phone_rot270.mov       HEVC 10-bit 4:2:0, 30 fps 360x640    MOV        AAC    0      15 open, stored 640x360 turned
-#   hevc10_444_331x241.mkv        HEVC 10-bit 4:4:4         331x241    MKV        -      0      12 open
-#   vp8_202x114.webm              VP8 4:2:0                 202x114    WebM       Opus   0      15
-#   vp9_426x240.webm              VP9 4:2:0                 426x240    WebM       Opus   0      25
-#   vp9_444_331x241.webm          VP9 4:4:4                 331x241    WebM       -      0      12
-#   vp9_10bit_330x186_10h.mkv     VP9 10-bit 4:2:0          330x186    MKV        -      10 h   20
-#   av1_426x240.mkv               AV1 4:2:0                 426x240    MKV        Opus   0      24
-#   av1_331x241.mp4               AV1 4:2:0                 331x241    MP4        AAC    0      15
-#   av1_202x114.webm              AV1 4:2:0                 202x114    WebM       -      0      12
-#   mpeg4_202x114.avi             MPEG-4 4:2:0              202x114    AVI        MP3    0      12
-#   mpeg4_331x241_bframes.avi     MPEG-4 4:2:0, B-frames    331x241    AVI        MP3    0      15
-#   mpeg4_426x240_bframes.mp4     MPEG-4 4:2:0, B-frames    426x240    MP4        AAC    0      18
-#   mpeg2_720x576_sar_16_15.ts    MPEG-2 4:2:0, SAR 16:15   768x576    MPEG-TS    AC-3   1.4 s  12 open
-#   mpeg2_330x186.m2ts            MPEG-2 4:2:0              330x186    M2TS       AC-3   1.4 s  15 open
-#   mpeg2_331x241.mkv             MPEG-2 4:2:0              331x241    MKV        MP3    0      15 closed
-#   prores_422_426x241.mov        ProRes 422 10-bit         426x241    MOV        AAC    0      all key
-#   prores_4444_331x241.mov       ProRes 4444               331x241    MOV        -      0      all key
-#   ffv1_331x241.mkv              FFV1 4:2:0                331x241    MKV        -      0      intra
+# Every clip shows the counter picture (below) and lasts 2 s unless its line says otherwise. Each
+# line below names a file, its size (a rotated clip's as shown: it is stored turned; setsar
+# stretches a side for display), rate, seconds, sound and encoder options: 4:2:0 unless -pix_fmt
+# says otherwise, -g the key frame interval in frames. Open GOPs ($H264_OPEN, x265's open-gop=1 with
+# CRA pictures, MPEG-2 without +cgop) have B-frames that reference the previous GOP. MPEG-TS and
+# M2TS files start at 1.4 s (the muxer's own offset), $TEN_HOURS ones at 10 h.
 set -eu
 
 . "$(dirname "$0")/corpus_lib.sh"
@@ -62,13 +29,11 @@ counter() {
     printf '%s' "$g"
 }
 
-
-
-# encode FILE TURN WIDTH HEIGHT RATE SECONDS SOUND [OPTIONS...]: writes work/FILE showing the
-# counter picture, turned by the filters TURN ("" for none), with SOUND: none, aac, ac3, mp3, opus.
+# encode TURN WIDTH HEIGHT RATE SECONDS SOUND [OPTIONS...] FILE: writes FILE showing the counter
+# picture, turned by the filters TURN ("" for none), with SOUND: none, aac, ac3, mp3, opus.
 encode() {
-    file=$1 turn=$2 width=$3 height=$4 rate=$5 seconds=$6 sound=$7
-    shift 7
+    turn=$1 width=$2 height=$3 rate=$4 seconds=$5 sound=$6
+    shift 6
     case $sound in
         none) set -- -an "$@" ;;
         aac) set -- -c:a aac -b:a 64k "$@" ;;
@@ -77,17 +42,14 @@ encode() {
         opus) set -- -c:a libopus -b:a 48k "$@" ;;
     esac
     ff -f lavfi -i "$(counter "$width" "$height" "$rate" "$seconds")$turn" \
-        -f lavfi -i "sine=f=440:d=$seconds:sample_rate=48000" -map 0:v -map "1:a?" "$@" "$work/$file"
+        -f lavfi -i "sine=f=440:d=$seconds:sample_rate=48000" -map 0:v -map "1:a?" "$@"
 }
 
 # clip NAME WIDTH HEIGHT RATE SECONDS SOUND [OPTIONS...]
 clip() {
     name=$1
     shift
-    if need "$name"; then
-        encode "$name" "" "$@"
-        place "$name"
-    fi
+    made "$name" encode "" "$@"
 }
 
 # rotated NAME ROTATE TURN WIDTH HEIGHT RATE SECONDS SOUND [OPTIONS...]: shown WIDTHxHEIGHT upright
@@ -97,7 +59,7 @@ rotated() {
     name=$1 rotate=$2 turn=$3
     shift 3
     if need "$name"; then
-        encode "stored-$name" "$turn" "$@"
+        encode "$turn" "$@" "$work/stored-$name"
         ff -i "$work/stored-$name" -map 0 -map_metadata -1 -c copy -metadata:s:v:0 rotate="$rotate" "$work/$name"
         rm -f "$work/stored-$name"
         place "$name"

@@ -38,21 +38,17 @@ def put32(data, offset, value):
     struct.pack_into(">I", data, offset, value)
 
 
-def put16(data, offset, value):
-    struct.pack_into(">H", data, offset, value)
-
-
-def mp4(corpus):
-    with open(os.path.join(corpus, "h264.mp4"), "rb") as f:
+def read(corpus, name="h264.mp4"):
+    with open(os.path.join(corpus, name), "rb") as f:
         return bytearray(f.read())
 
 
 # Full-box field offsets from the start of the box (header 8, version and flags 4).
 MVHD_TIMESCALE, MVHD_DURATION = 20, 24
-TKHD_DURATION, TKHD_WIDTH, TKHD_HEIGHT = 28, 84, 88
+TKHD_DURATION, TKHD_WIDTH = 28, 84  # the height follows the width
 MDHD_TIMESCALE, MDHD_DURATION = 20, 24
 STSD_COUNT, STSD_FIRST_ENTRY = 12, 16
-SAMPLE_ENTRY_WIDTH, SAMPLE_ENTRY_HEIGHT = 32, 34
+SAMPLE_ENTRY_WIDTH = 32  # the height follows the width
 STTS_COUNT, STTS_ENTRIES = 12, 16
 STSZ_COUNT = 16
 VIDEO_TRACK = ("moov", "trak", "mdia")
@@ -62,20 +58,16 @@ STSD, STSZ = SAMPLE_TABLE + ("stsd",), SAMPLE_TABLE + ("stsz",)
 
 
 def huge_dims_mp4(corpus):
-    data = mp4(corpus)
-    tkhd = find(data, *TKHD)[0]
-    put32(data, tkhd + TKHD_WIDTH, 65535 << 16)
-    put32(data, tkhd + TKHD_HEIGHT, 65535 << 16)
-    entry = find(data, *STSD)[0] + STSD_FIRST_ENTRY
-    put16(data, entry + SAMPLE_ENTRY_WIDTH, 65535)
-    put16(data, entry + SAMPLE_ENTRY_HEIGHT, 65535)
+    data = read(corpus)
+    struct.pack_into(">II", data, find(data, *TKHD)[0] + TKHD_WIDTH, 65535 << 16, 65535 << 16)
+    struct.pack_into(">HH", data, find(data, *STSD)[0] + STSD_FIRST_ENTRY + SAMPLE_ENTRY_WIDTH, 65535, 65535)
     return data
 
 
 def fields(*settings):
     """A copy of h264.mp4 with 32-bit fields set, each given as (box path, offset in the box, value)."""
     def make(corpus):
-        data = mp4(corpus)
+        data = read(corpus)
         for path, offset, value in settings:
             put32(data, find(data, *path)[0] + offset, value)
         return data
@@ -88,7 +80,7 @@ def durations(value):
 
 def sample_deltas(delta):
     def make(corpus):
-        data = mp4(corpus)
+        data = read(corpus)
         stts = find(data, *SAMPLE_TABLE, "stts")[0]
         for k in range(struct.unpack_from(">I", data, stts + STTS_COUNT)[0]):
             put32(data, stts + STTS_ENTRIES + 8 * k + 4, delta)
@@ -98,7 +90,7 @@ def sample_deltas(delta):
 
 def before_moov(inserted):
     def make(corpus):
-        data = mp4(corpus)
+        data = read(corpus)
         moov = find(data, "moov")[0]
         return data[:moov] + inserted + data[moov:]
     return make
@@ -106,15 +98,14 @@ def before_moov(inserted):
 
 def keys_count(corpus):
     """The phone clip with its QuickTime metadata keys box claiming 268,435,454 keys."""
-    with open(os.path.join(corpus, "phone.mov"), "rb") as f:
-        data = bytearray(f.read())
+    data = read(corpus, "phone.mov")
     put32(data, data.index(b"keys") + 8, 0x0FFFFFFE)
     return data
 
 
 def nested_boxes(corpus):
     """A chain of user-data boxes nested 100,000 deep inside moov."""
-    data = mp4(corpus)
+    data = read(corpus)
     depth = 100000
     chain = b"".join(struct.pack(">I4s", 8 * (depth - k), b"udta") for k in range(depth))
     moov = find(data, "moov")[0]
@@ -125,31 +116,21 @@ def nested_boxes(corpus):
 
 def avi_streams(count):
     def make(corpus):
-        with open(os.path.join(corpus, "mjpeg.avi"), "rb") as f:
-            data = bytearray(f.read())
-        avih = data.index(b"avih") + 8
-        put32le(data, avih + 24, count)
+        data = read(corpus, "mjpeg.avi")
+        struct.pack_into("<I", data, data.index(b"avih") + 8 + 24, count)
         return data
     return make
-
-
-def put32le(data, offset, value):
-    struct.pack_into("<I", data, offset, value)
 
 
 def mjpeg_dims(size):
     """Every JPEG frame's start-of-frame marker, and the AVI headers, claim size x size."""
     def make(corpus):
-        with open(os.path.join(corpus, "mjpeg.avi"), "rb") as f:
-            data = bytearray(f.read())
+        data = read(corpus, "mjpeg.avi")
         at = data.find(b"\xff\xc0")
         while at >= 0:
-            put16(data, at + 5, size)
-            put16(data, at + 7, size)
+            struct.pack_into(">HH", data, at + 5, size, size)
             at = data.find(b"\xff\xc0", at + 2)
-        avih = data.index(b"avih") + 8
-        put32le(data, avih + 32, size)
-        put32le(data, avih + 36, size)
+        struct.pack_into("<II", data, data.index(b"avih") + 8 + 32, size, size)
         return data
     return make
 

@@ -56,10 +56,8 @@ std::pair<UINT, UINT> sizeOf(GpBitmap* bitmap) {
 
 TEST(GdiPlusBitmap, CreatesZeroedRowsOfEachFormatAndRefusesBadArguments) {
     // 24bppRGB rows of 5 pixels take 15 bytes, rounded up to 16.
-    for (auto [format, stride] : {std::pair{PixelFormat24bppRGB, 16},
-                                  {PixelFormat32bppRGB, 20},
-                                  {PixelFormat32bppARGB, 20},
-                                  {PixelFormat32bppPARGB, 20}}) {
+    for (auto [format, stride] : {std::pair{PixelFormat24bppRGB, 16}, {PixelFormat32bppRGB, 20},
+                                  {PixelFormat32bppARGB, 20}, {PixelFormat32bppPARGB, 20}}) {
         GpBitmap* bitmap = makeBitmap(5, 3, format);
         EXPECT_EQ(sizeOf(bitmap), std::make_pair(5u, 3u));
         BitmapData data{};
@@ -298,12 +296,9 @@ TEST(GdiPlusPng, RoundTripKeepsEveryPixel) {
 
 TEST(GdiPlusPng, ReadsEveryColourTypeAsFfmpegDecodesIt) {
     // Pixel formats of ffmpeg's PNG encoder, one per colour type and depth.
-    const std::pair<std::string, std::string> cases[] = {{"gray", "testsrc2=s=16x8"},
-                                                         {"pal8", "testsrc2=s=16x8"},
-                                                         {"rgb48be", "testsrc2=s=16x8"},
-                                                         {"monob", "testsrc2=s=16x8"},
-                                                         {"ya8", "color=c=0x4080C0@0.5:s=16x8"},
-                                                         {"rgba64be", "color=c=red@0.25:s=16x8"}};
+    const std::pair<std::string, std::string> cases[] = {
+        {"gray", "testsrc2=s=16x8"}, {"pal8", "testsrc2=s=16x8"}, {"rgb48be", "testsrc2=s=16x8"},
+        {"monob", "testsrc2=s=16x8"}, {"ya8", "color=c=0x4080C0@0.5:s=16x8"}, {"rgba64be", "color=c=red@0.25:s=16x8"}};
     for (const auto& [name, source] : cases) {
         const std::string png =
             testmedia::make("gdiplus_" + name + ".png", "-f lavfi -i " + source + " -frames:v 1 -pix_fmt " + name);

@@ -37,47 +37,39 @@ Texts read(const TagList& tags) {
     return texts;
 }
 
+// Two places as their properties read, and the same with more properties.
+const Texts kParis = {{"lat", L"48; 51; 27.72"}, {"latRef", L"N"}, {"lon", L"2; 17; 42"}, {"lonRef", L"E"}};
+const Texts kSydney = {{"lat", L"33; 51; 24.48"}, {"latRef", L"S"}, {"lon", L"151; 12; 55.08"}, {"lonRef", L"E"}};
+
+Texts with(Texts texts, const Texts& more) {
+    texts.insert(more.begin(), more.end());
+    return texts;
+}
+
 TEST(MediaTags, ReadsIso6709Locations) {
     struct Case {
         const char* text;
         Texts expected;
     };
-    const Texts paris = {{"lat", L"48; 51; 27.72"}, {"latRef", L"N"}, {"lon", L"2; 17; 42"},
-                         {"lonRef", L"E"},          {"alt", L"35.2"},  {"altRef", L"0"}};
-    Texts parisFlat = paris;
-    parisFlat.erase("alt");
-    parisFlat.erase("altRef");
-    Texts parisLoci = paris;
-    parisLoci["alt"] = L"35.199997";
+    const Texts paris = with(kParis, {{"alt", L"35.2"}, {"altRef", L"0"}}), parisFlat = kParis;
+    const Texts parisLoci = with(kParis, {{"alt", L"35.199997"}, {"altRef", L"0"}});
     const Case cases[] = {
         {"+48.8577+002.2950+035.200/", paris},
         {"+48.8577+002.2950+35.199997/", parisLoci},  // MP4 loci read back: a float altitude
-        {"+48.8577+002.2950+035.200CRSWGS_84/", paris},
-        {" +48.8577+002.2950+035.200/\n", paris},
-        {"+48.8577+002.2950/", parisFlat},
-        {"+48.8577+002.2950", parisFlat},
+        {"+48.8577+002.2950+035.200CRSWGS_84/", paris}, {" +48.8577+002.2950+035.200/\n", paris},
+        {"+48.8577+002.2950/", parisFlat}, {"+48.8577+002.2950", parisFlat},
         {"+4851.462+00217.700/", parisFlat},     // degrees and minutes
         {"+485127.72+0021742/", parisFlat},      // degrees, minutes and seconds
-        {"-33.8568+151.2153/",
-         {{"lat", L"33; 51; 24.48"}, {"latRef", L"S"}, {"lon", L"151; 12; 55.08"}, {"lonRef", L"E"}}},
+        {"-33.8568+151.2153/", kSydney},
         {"+40.6892-074.0445-012.500/",
          {{"lat", L"40; 41; 21.12"}, {"latRef", L"N"}, {"lon", L"74; 2; 40.2"}, {"lonRef", L"W"},
           {"alt", L"12.5"}, {"altRef", L"1"}}},
         {"+00.0000+000.0000/", {{"lat", L"0; 0; 0"}, {"latRef", L"N"}, {"lon", L"0; 0; 0"}, {"lonRef", L"E"}}},
         {"-90+180/", {{"lat", L"90; 0; 0"}, {"latRef", L"S"}, {"lon", L"180; 0; 0"}, {"lonRef", L"E"}}},
         // Garbage and points off the globe give nothing.
-        {"", {}},
-        {"garbage", {}},
-        {"+48.8577/", {}},
-        {"48.8577+002.2950/", {}},
-        {"+48.8577+002.2950+/", {}},
-        {"+48.8577+002.2950/junk", {}},
-        {"+48.+002.2950/", {}},
-        {"+90.0001+002.2950/", {}},
-        {"+48.8577-180.5/", {}},
-        {"+123.5+002.2950/", {}},
-        {"+4860.000+00217.700/", {}},
-        {"+48.8577+002.2950+035.200CR/", {}},
+        {"", {}}, {"garbage", {}}, {"+48.8577/", {}}, {"48.8577+002.2950/", {}}, {"+48.8577+002.2950+/", {}},
+        {"+48.8577+002.2950/junk", {}}, {"+48.+002.2950/", {}}, {"+90.0001+002.2950/", {}}, {"+48.8577-180.5/", {}},
+        {"+123.5+002.2950/", {}}, {"+4860.000+00217.700/", {}}, {"+48.8577+002.2950+035.200CR/", {}},
         {"+1e2+002.2950/", {}},
     };
     for (const Case& c : cases) EXPECT_EQ(read({{"location", c.text}}), c.expected) << '"' << c.text << '"';
@@ -100,28 +92,16 @@ TEST(MediaTags, ReadsDatesAsUtcWithMilliseconds) {
         {"2021-06-15T16:30:00+0200", L"2021/06/15:14:30:00.000"},
         {"2021-06-15T16:30:00+02:00", L"2021/06/15:14:30:00.000"},
         {"2021-06-15T16:30:00+02", L"2021/06/15:14:30:00.000"},
-        {"2021-06-15T09:00:00-0530", L"2021/06/15:14:30:00.000"},
-        {"2021-06-15 14:30:00", L"2021/06/15:14:30:00.000"},
-        {"2021-06-15T14:30Z", L"2021/06/15:14:30:00.000"},
-        {"2021-03-05T14:07:09.5Z", L"2021/03/05:14:07:09.500"},
-        {"2021-06-15T14:30:00.123987Z", L"2021/06/15:14:30:00.123"},
-        {"2021-06-15", L"2021/06/15:00:00:00.000"},
+        {"2021-06-15T09:00:00-0530", L"2021/06/15:14:30:00.000"}, {"2021-06-15 14:30:00", L"2021/06/15:14:30:00.000"},
+        {"2021-06-15T14:30Z", L"2021/06/15:14:30:00.000"}, {"2021-03-05T14:07:09.5Z", L"2021/03/05:14:07:09.500"},
+        {"2021-06-15T14:30:00.123987Z", L"2021/06/15:14:30:00.123"}, {"2021-06-15", L"2021/06/15:00:00:00.000"},
         {"2021-01-01T00:30:00+0100", L"2020/12/31:23:30:00.000"},
-        {"2024-02-29T12:00:00Z", L"2024/02/29:12:00:00.000"},
-        {"1601-01-01T00:00:00Z", L"1601/01/01:00:00:00.000"},
-        {"9999-12-31T23:59:59.999Z", L"9999/12/31:23:59:59.999"},
-        {"", nullptr},
-        {"yesterday", nullptr},
-        {"2021-6-15", nullptr},
-        {"2023-02-29T12:00:00Z", nullptr},
-        {"2021-13-01T00:00:00Z", nullptr},
-        {"2021-06-15T24:00:00Z", nullptr},
-        {"2021-06-15T14:60:00Z", nullptr},
-        {"2021-06-15T14:30:00.Z", nullptr},
-        {"2021-06-15T14:30:00Zjunk", nullptr},
-        {"2021-06-15T14:30:00+2400", nullptr},
-        {"1601-01-01T00:30:00+0100", nullptr},
-        {"1600-12-31T23:59:59Z", nullptr},
+        {"2024-02-29T12:00:00Z", L"2024/02/29:12:00:00.000"}, {"1601-01-01T00:00:00Z", L"1601/01/01:00:00:00.000"},
+        {"9999-12-31T23:59:59.999Z", L"9999/12/31:23:59:59.999"}, {"", nullptr}, {"yesterday", nullptr},
+        {"2021-6-15", nullptr}, {"2023-02-29T12:00:00Z", nullptr}, {"2021-13-01T00:00:00Z", nullptr},
+        {"2021-06-15T24:00:00Z", nullptr}, {"2021-06-15T14:60:00Z", nullptr}, {"2021-06-15T14:30:00.Z", nullptr},
+        {"2021-06-15T14:30:00Zjunk", nullptr}, {"2021-06-15T14:30:00+2400", nullptr},
+        {"1601-01-01T00:30:00+0100", nullptr}, {"1600-12-31T23:59:59Z", nullptr},
     };
     for (const Case& c : cases) {
         const Texts texts = read({{"creation_time", c.text}});
@@ -158,13 +138,11 @@ TEST(MediaTags, PrefersThePhonesOwnKeysAndSkipsUnusableValues) {
          {{"creation_time", "2022-01-01T00:00:00Z"}, {"creation_time", "2023-01-01T00:00:00Z"}},
          {{"date", L"2022/01/01:00:00:00.000"}}},
         {"names compare without case", {{"LOCATION", "-33.8568+151.2153/"}, {"Model", "X"}},
-         {{"lat", L"33; 51; 24.48"}, {"latRef", L"S"}, {"lon", L"151; 12; 55.08"}, {"lonRef", L"E"}, {"model", L"X"}}},
+         with(kSydney, {{"model", L"X"}})},
         {"ISO6709 key over location",
-         {{"location", "-33.8568+151.2153/"}, {"com.apple.quicktime.location.ISO6709", "+48.8577+002.2950/"}},
-         {{"lat", L"48; 51; 27.72"}, {"latRef", L"N"}, {"lon", L"2; 17; 42"}, {"lonRef", L"E"}}},
+         {{"location", "-33.8568+151.2153/"}, {"com.apple.quicktime.location.ISO6709", "+48.8577+002.2950/"}}, kParis},
         {"a bad location falls back to location-eng",
-         {{"location", "+999+999/"}, {"location-eng", "+48.8577+002.2950/"}},
-         {{"lat", L"48; 51; 27.72"}, {"latRef", L"N"}, {"lon", L"2; 17; 42"}, {"lonRef", L"E"}}},
+         {{"location", "+999+999/"}, {"location-eng", "+48.8577+002.2950/"}}, kParis},
         {"QuickTime make and model over the plain ones",
          {{"make", "Plain"}, {"model", "PlainModel"}, {"com.apple.quicktime.make", "TestMake"},
           {"com.apple.quicktime.model", "TestCam X1"}},

@@ -45,15 +45,13 @@ TEST(PropVariantToString, WritesEachTypeInThePlatformsForm) {
     EXPECT_EQ(textOf(kyplatform::PropertyData(std::vector<double>{})), L"");
     EXPECT_EQ(textOf(kyplatform::PropertyData(UINT32{1})), L"1");
 
-    PROPVARIANT value = ofType(VT_I4);
-    value.lVal = -42;
-    EXPECT_EQ(textOf(value), L"-42");
-    value = ofType(VT_I8);
-    value.hVal = std::numeric_limits<LONGLONG>::min();
-    EXPECT_EQ(textOf(value), L"-9223372036854775808");
-    value = ofType(VT_UI8);
-    value.uhVal = std::numeric_limits<ULONGLONG>::max();
-    EXPECT_EQ(textOf(value), L"18446744073709551615");
+    PROPVARIANT i4 = ofType(VT_I4), i8 = ofType(VT_I8), u8 = ofType(VT_UI8);
+    i4.lVal = -42;
+    i8.hVal = std::numeric_limits<LONGLONG>::min();
+    u8.uhVal = std::numeric_limits<ULONGLONG>::max();
+    EXPECT_EQ(textOf(i4), L"-42");
+    EXPECT_EQ(textOf(i8), L"-9223372036854775808");
+    EXPECT_EQ(textOf(u8), L"18446744073709551615");
 }
 
 TEST(PropVariantToString, WritesFileTimesAsUtcWithMilliseconds) {

@@ -34,6 +34,14 @@ HRESULT openSource(const std::string& path, ComPtr<IMFMediaSource>& source, DWOR
     return object->QueryInterface(IID_IMFMediaSource, reinterpret_cast<void**>(source.put()));
 }
 
+// The media source of a file that must open; null when it did not.
+ComPtr<IMFMediaSource> opened(const std::string& path) {
+    ComPtr<IMFMediaSource> source;
+    EXPECT_FALSE(path.empty());
+    EXPECT_EQ(openSource(path, source), S_OK) << path;
+    return source;
+}
+
 ComPtr<IPropertyStore> storeOf(IMFMediaSource* source) {
     ComPtr<IMFGetService> service;
     ComPtr<IPropertyStore> store;
@@ -48,8 +56,7 @@ ComPtr<IPropertyStore> storeOf(IMFMediaSource* source) {
 
 // The texts of a file's properties, in the toolkit's order; empty text for an absent property.
 std::vector<std::wstring> propertyTexts(const std::string& path) {
-    ComPtr<IMFMediaSource> source;
-    EXPECT_EQ(openSource(path, source), S_OK) << path;
+    const ComPtr<IMFMediaSource> source = opened(path);
     if (!source) return {};
     ComPtr<IPropertyStore> store = storeOf(source.get());
     std::vector<std::wstring> texts;
@@ -108,17 +115,13 @@ TEST(PropertyStore, ReadsTheTagsOfEachKindOfFile) {
          {L"2021/06/15:14:30:00.250", L"", L"", L"", L"", L"", L"", L"", L""}},
         {untaggedMp4(), Texts(9)},
     };
-    for (const auto& [path, expected] : files) {
-        ASSERT_FALSE(path.empty());
-        EXPECT_EQ(propertyTexts(path), expected) << path;
-    }
+    for (const auto& [path, expected] : files) EXPECT_EQ(propertyTexts(path), expected) << path;
 }
 
 TEST(PropertyStore, ListsItsKeys) {
     for (const auto& [path, expected] : {std::pair{cameraMov(), 6u}, std::pair{untaggedMp4(), 0u}}) {
-        ASSERT_FALSE(path.empty());
-        ComPtr<IMFMediaSource> source;
-        ASSERT_EQ(openSource(path, source), S_OK);
+        const ComPtr<IMFMediaSource> source = opened(path);
+        ASSERT_TRUE(source);
         ComPtr<IPropertyStore> store = storeOf(source.get());
         ASSERT_TRUE(store);
         DWORD count = 99;
@@ -135,10 +138,8 @@ TEST(PropertyStore, ListsItsKeys) {
 }
 
 TEST(PropertyStore, SourceAnswersItsInterfacesAndOneStore) {
-    const std::string path = untaggedMp4();
-    ASSERT_FALSE(path.empty());
-    ComPtr<IMFMediaSource> source;
-    ASSERT_EQ(openSource(path, source), S_OK);
+    const ComPtr<IMFMediaSource> source = opened(untaggedMp4());
+    ASSERT_TRUE(source);
     ComPtr<IUnknown> identity;
     ASSERT_EQ(source->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(identity.put())), S_OK);
     EXPECT_EQ(identity.get(), static_cast<IUnknown*>(source.get()));
@@ -160,10 +161,8 @@ TEST(PropertyStore, SourceAnswersItsInterfacesAndOneStore) {
 }
 
 TEST(PropertyStore, ShutdownEndsTheSourceButNotAStoreAlreadyGiven) {
-    const std::string path = taggedMp4();
-    ASSERT_FALSE(path.empty());
-    ComPtr<IMFMediaSource> source;
-    ASSERT_EQ(openSource(path, source), S_OK);
+    const ComPtr<IMFMediaSource> source = opened(taggedMp4());
+    ASSERT_TRUE(source);
     ComPtr<IPropertyStore> store = storeOf(source.get());
     ASSERT_TRUE(store);
     EXPECT_EQ(source->Shutdown(), S_OK);

@@ -54,21 +54,15 @@ TEST_F(SafeFileTest, AFailureLeavesTheOldFileAndNoTemporary) {
         EXPECT_FALSE(KySafeFile_writeAll(row.path, "new", 3)) << row.path;
         EXPECT_EQ(errno, row.error) << row.path;
     }
-    KySafeFile unfinished;
-    ASSERT_TRUE(unfinished.open(old));
-    ASSERT_TRUE(unfinished.write("half", 4));
-    EXPECT_EQ(leftovers(folder), 1) << "written beside it";
-    EXPECT_EQ(contents(old), "old") << "until commit";
-}
-
-TEST_F(SafeFileTest, DestructionWithoutCommitRemovesTheTemporary) {
     {
         KySafeFile unfinished;
         ASSERT_TRUE(unfinished.open(old));
         ASSERT_TRUE(unfinished.write("half", 4));
+        EXPECT_EQ(leftovers(folder), 1) << "written beside it";
+        EXPECT_EQ(contents(old), "old") << "until commit";
     }
     EXPECT_EQ(contents(old), "old");
-    EXPECT_EQ(leftovers(folder), 0);
+    EXPECT_EQ(leftovers(folder), 0) << "destruction without a commit removes the temporary";
 }
 
 TEST_F(SafeFileTest, ACommitReplacesTheFileKeepingItsModeAndLinks) {

@@ -131,6 +131,13 @@ void expectPixel(const BYTE* memory, int width, int memoryRow, int column, const
 constexpr BYTE kRed[4] = {0, 0, 255, 255}, kGreen[4] = {0, 255, 0, 255}, kBlue[4] = {255, 0, 0, 255},
                kWhite[4] = {255, 255, 255, 255};
 
+// A reader and the callback it reports to; the reader goes first.
+class SourceReader : public ::testing::Test {
+protected:
+    Callback callback;
+    ComPtr<IMFSourceReader> reader;
+};
+
 struct FrameCase {
     const char* name;
     const char* size;
@@ -140,14 +147,12 @@ struct FrameCase {
 
 void PrintTo(const FrameCase& c, std::ostream* out) { *out << c.name; }
 
-class FirstFrame : public ::testing::TestWithParam<FrameCase> {};
+class FirstFrame : public SourceReader, public ::testing::WithParamInterface<FrameCase> {};
 
 // The first row in memory is the picture's bottom row, pixels are B,G,R,255, and padding rows of a
 // larger coded size come after the picture's rows.
 TEST_P(FirstFrame, IsBottomUpBgrxWithCodedSizeReported) {
     const FrameCase& c = GetParam();
-    Callback callback;
-    ComPtr<IMFSourceReader> reader;
     ASSERT_EQ(open(quadrants(c.name, c.size, c.encoding), callback, reader.put()), S_OK);
     ASSERT_EQ(selectRgb32(reader.get()), S_OK);
     UINT64 size = 0;
@@ -204,9 +209,7 @@ INSTANTIATE_TEST_SUITE_P(
         return name.substr(10, name.find('.') - 10);
     });
 
-TEST(SourceReader, ReadsEveryFrameInOrderThenEndOfStream) {
-    Callback callback;
-    ComPtr<IMFSourceReader> reader;
+TEST_F(SourceReader, ReadsEveryFrameInOrderThenEndOfStream) {
     ASSERT_EQ(open(quadrants("quadrants_320x240.mp4", "320x240"), callback, reader.put()), S_OK);
     GUID subtype{};
     currentType(reader.get())->GetGUID(MF_MT_SUBTYPE, &subtype);
@@ -223,14 +226,12 @@ TEST(SourceReader, ReadsEveryFrameInOrderThenEndOfStream) {
 }
 
 // A file cut in half with its index first still gives the frames before the cut, then the end.
-TEST(SourceReader, EndsATruncatedFileAfterItsFrames) {
+TEST_F(SourceReader, EndsATruncatedFileAfterItsFrames) {
     const std::string source = "-f lavfi -i testsrc2=size=320x240:rate=25:duration=2 ";
     const std::string whole = testmedia::make("faststart.mp4", source + kH264 + " -movflags +faststart");
     const std::string half = whole + ".half.mp4";
     std::filesystem::copy_file(whole, half, std::filesystem::copy_options::overwrite_existing);
     std::filesystem::resize_file(half, std::filesystem::file_size(whole) / 2);
-    Callback callback;
-    ComPtr<IMFSourceReader> reader;
     ASSERT_EQ(open(half, callback, reader.put()), S_OK);
     ASSERT_EQ(selectRgb32(reader.get()), S_OK);
     const std::vector<Callback::Result> results = readAll(reader.get(), callback);
@@ -247,7 +248,7 @@ struct RotationCase {
 
 void PrintTo(const RotationCase& c, std::ostream* out) { *out << "rotate=" << (c.rotate ? c.rotate : "none"); }
 
-class Rotation : public ::testing::TestWithParam<RotationCase> {};
+class Rotation : public SourceReader, public ::testing::WithParamInterface<RotationCase> {};
 
 TEST_P(Rotation, IsTheMatrixTurnNormalised) {
     std::string path = quadrants("stored.mp4", "64x48");
@@ -256,8 +257,6 @@ TEST_P(Rotation, IsTheMatrixTurnNormalised) {
         path = testmedia::make("rotate" + rotate + ".mp4",
                                "-i '" + path + "' -map_metadata -1 -c copy -metadata:s:v:0 rotate=" + rotate);
     }
-    Callback callback;
-    ComPtr<IMFSourceReader> reader;
     ASSERT_EQ(open(path, callback, reader.put()), S_OK);
     UINT32 rotation = 0;
     const HRESULT found = currentType(reader.get())->GetUINT32(MF_MT_VIDEO_ROTATION, &rotation);
@@ -269,10 +268,8 @@ INSTANTIATE_TEST_SUITE_P(Matrices, Rotation,
                          ::testing::Values(RotationCase{nullptr, 0}, RotationCase{"90", 90}, RotationCase{"180", 180},
                                            RotationCase{"270", 270}, RotationCase{"-90", 270}));
 
-TEST(SourceReader, ReportsAspectFrameRateAndDuration) {
+TEST_F(SourceReader, ReportsAspectFrameRateAndDuration) {
     const std::string source = std::string("-f lavfi -i testsrc2=size=720x480:rate=30000/1001:duration=1 ") + kH264;
-    Callback callback;
-    ComPtr<IMFSourceReader> reader;
     ASSERT_EQ(open(testmedia::make("sar8_9.mp4", source + " -vf setsar=8/9"), callback, reader.put()), S_OK);
     const ComPtr<IMFMediaType> type = currentType(reader.get());
     UINT64 value = 0;
@@ -291,7 +288,7 @@ TEST(SourceReader, ReportsAspectFrameRateAndDuration) {
     EXPECT_EQ(currentType(reader.get())->GetUINT64(MF_MT_PIXEL_ASPECT_RATIO, &value), MF_E_ATTRIBUTENOTFOUND);
 }
 
-TEST(SourceReader, FailsToOpenWithThePlatformsCodes) {
+TEST_F(SourceReader, FailsToOpenWithThePlatformsCodes) {
     namespace fs = std::filesystem;
     const std::string random = fs::absolute("random.bin").string();
     {
@@ -305,17 +302,13 @@ TEST(SourceReader, FailsToOpenWithThePlatformsCodes) {
         {random, MF_E_UNSUPPORTED_BYTESTREAM_TYPE},
     };
     for (const auto& [path, expected] : cases) {
-        Callback callback;
-        ComPtr<IMFSourceReader> reader;
         EXPECT_EQ(open(path, callback, reader.put()), expected) << path;
         EXPECT_FALSE(reader);
         EXPECT_EQ(callback.count, 1u) << "a failed creation keeps no reference";
     }
 }
 
-TEST(SourceReader, RefusesWhatItCannotDo) {
-    Callback callback;
-    ComPtr<IMFSourceReader> reader;
+TEST_F(SourceReader, RefusesWhatItCannotDo) {
     const std::string audio = testmedia::make("audio.m4a", "-f lavfi -i sine=f=440:d=5:sample_rate=44100 -c:a aac");
     ASSERT_EQ(open(audio, callback, reader.put()), S_OK);
     EXPECT_EQ(selectRgb32(reader.get()), MF_E_INVALIDSTREAMNUMBER);
@@ -335,28 +328,25 @@ TEST(SourceReader, RefusesWhatItCannotDo) {
 
 // The job holds the reader: a caller that lets go before the callback still gets its sample, and
 // the reader, with its reference on the callback, is gone afterwards.
-TEST(SourceReader, SurvivesReleaseBeforeTheCallback) {
-    Callback callback;
-    IMFSourceReader* reader = nullptr;
-    ASSERT_EQ(open(quadrants("quadrants_320x240.mp4", "320x240"), callback, &reader), S_OK);
-    ASSERT_EQ(selectRgb32(reader), S_OK);
+TEST_F(SourceReader, SurvivesReleaseBeforeTheCallback) {
+    ASSERT_EQ(open(quadrants("quadrants_320x240.mp4", "320x240"), callback, reader.put()), S_OK);
+    ASSERT_EQ(selectRgb32(reader.get()), S_OK);
     std::promise<void> release;
     kyplatform::WorkQueue::shared().post([future = release.get_future().share()] { future.wait(); });
-    ASSERT_EQ(read(reader), S_OK);
-    reader->Release();
+    ASSERT_EQ(read(reader.get()), S_OK);
+    reader.reset();
     release.set_value();
     EXPECT_TRUE(callback.waitFor(1).sample);
     drainWorkQueue();
     EXPECT_EQ(callback.count, 1u) << "the reader still holds the callback";
 }
 
-TEST(SourceReader, AddsNoThreadPerReader) {
+TEST_F(SourceReader, AddsNoThreadPerReader) {
     const std::string path = quadrants("quadrants_320x240.mp4", "320x240");
     const auto threads = [] {
         const auto tasks = std::filesystem::directory_iterator("/proc/self/task");
         return std::distance(begin(tasks), end(tasks));
     };
-    Callback callback;
     std::vector<ComPtr<IMFSourceReader>> readers(9);
     long afterFirst = 0;
     for (size_t i = 0; i < readers.size(); ++i) {

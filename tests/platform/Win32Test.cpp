@@ -34,15 +34,11 @@ TEST(Win32FormatMessage, GivesTheSystemTexts) {
         {S_OK, L"The operation completed successfully.\r\n"},
         {HRESULT_FROM_WIN32_FILE_NOT_FOUND, L"The system cannot find the file specified.\r\n"},
         {HRESULT_FROM_WIN32_PATH_NOT_FOUND, L"The system cannot find the path specified.\r\n"},
-        {E_ACCESSDENIED, L"Access is denied.\r\n"},
-        {E_INVALIDARG, L"The parameter is incorrect.\r\n"},
+        {E_ACCESSDENIED, L"Access is denied.\r\n"}, {E_INVALIDARG, L"The parameter is incorrect.\r\n"},
         {E_OUTOFMEMORY, L"Not enough memory resources are available to complete this operation.\r\n"},
-        {E_UNEXPECTED, L"Catastrophic failure\r\n"},
-        {E_FAIL, L"Unspecified error\r\n"},
-        {E_NOTIMPL, L"Not implemented\r\n"},
-        {E_NOINTERFACE, L"No such interface supported\r\n"},
-        {E_POINTER, L"Invalid pointer\r\n"},
-        {E_ABORT, L"Operation aborted\r\n"},
+        {E_UNEXPECTED, L"Catastrophic failure\r\n"}, {E_FAIL, L"Unspecified error\r\n"},
+        {E_NOTIMPL, L"Not implemented\r\n"}, {E_NOINTERFACE, L"No such interface supported\r\n"},
+        {E_POINTER, L"Invalid pointer\r\n"}, {E_ABORT, L"Operation aborted\r\n"},
         {MF_E_UNSUPPORTED_BYTESTREAM_TYPE, L"The byte stream type of the given URL is unsupported.\r\n"},
         {MF_E_INVALIDSTREAMNUMBER, L"The stream number provided was invalid.\r\n"},
         {MF_E_END_OF_STREAM, L"The end of the stream has been reached.\r\n"},
@@ -51,38 +47,14 @@ TEST(Win32FormatMessage, GivesTheSystemTexts) {
 }
 
 TEST(Win32FormatMessage, HasOneLineForEveryCodeOfTheLayer) {
-    const HRESULT codes[] = {S_OK,
-                             S_FALSE,
-                             E_NOTIMPL,
-                             E_NOINTERFACE,
-                             E_POINTER,
-                             E_ABORT,
-                             E_FAIL,
-                             E_UNEXPECTED,
-                             E_ACCESSDENIED,
-                             E_HANDLE,
-                             E_OUTOFMEMORY,
-                             E_INVALIDARG,
-                             HRESULT_FROM_WIN32_FILE_NOT_FOUND,
-                             HRESULT_FROM_WIN32_PATH_NOT_FOUND,
-                             HRESULT_FROM_WIN32_HANDLE_EOF,
-                             E_NOT_SUFFICIENT_BUFFER,
-                             HRESULT_FROM_WIN32_INVALID_NAME,
-                             MF_E_INVALIDREQUEST,
-                             MF_E_INVALIDSTREAMNUMBER,
-                             MF_E_INVALIDMEDIATYPE,
-                             MF_E_NOT_INITIALIZED,
-                             MF_E_NO_MORE_TYPES,
-                             MF_E_INVALIDTYPE,
-                             MF_E_UNSUPPORTED_SCHEME,
-                             MF_E_UNSUPPORTED_BYTESTREAM_TYPE,
-                             MF_E_INVALID_POSITION,
-                             MF_E_ATTRIBUTENOTFOUND,
-                             MF_E_SESSION_PAUSEWHILESTOPPED,
-                             MF_E_END_OF_STREAM,
-                             MF_E_SHUTDOWN,
-                             MF_E_INVALID_FORMAT,
-                             MF_E_TOPO_CODEC_NOT_FOUND};
+    const HRESULT codes[] = {S_OK, S_FALSE, E_NOTIMPL, E_NOINTERFACE, E_POINTER, E_ABORT, E_FAIL, E_UNEXPECTED,
+        E_ACCESSDENIED, E_HANDLE, E_OUTOFMEMORY, E_INVALIDARG, HRESULT_FROM_WIN32_FILE_NOT_FOUND,
+        HRESULT_FROM_WIN32_PATH_NOT_FOUND, HRESULT_FROM_WIN32_HANDLE_EOF, E_NOT_SUFFICIENT_BUFFER,
+        HRESULT_FROM_WIN32_INVALID_NAME, MF_E_INVALIDREQUEST, MF_E_INVALIDSTREAMNUMBER, MF_E_INVALIDMEDIATYPE,
+        MF_E_NOT_INITIALIZED, MF_E_NO_MORE_TYPES, MF_E_INVALIDTYPE, MF_E_UNSUPPORTED_SCHEME,
+        MF_E_UNSUPPORTED_BYTESTREAM_TYPE, MF_E_INVALID_POSITION, MF_E_ATTRIBUTENOTFOUND,
+        MF_E_SESSION_PAUSEWHILESTOPPED, MF_E_END_OF_STREAM, MF_E_SHUTDOWN, MF_E_INVALID_FORMAT,
+        MF_E_TOPO_CODEC_NOT_FOUND};
     for (HRESULT code : codes) {
         const std::wstring text = messageText(code);
         ASSERT_GE(text.size(), 4u) << std::hex << code;
@@ -129,28 +101,11 @@ TEST(Win32MulDiv, RoundsHalfAwayFromZeroThroughSixtyFourBits) {
     };
     // Halves go away from zero in every sign combination; INT_MAX squared needs 62 bits; results past
     // 32 bits, -2147483648 included (as on Windows), and a zero denominator give -1.
-    const Case cases[] = {{720, 32, 27, 853},
-                          {480, 9, 8, 540},
-                          {1080, 4, 3, 1440},
-                          {720, 9, 8, 810},
-                          {480, 40, 33, 582},
-                          {5, 1, 2, 3},
-                          {-5, 1, 2, -3},
-                          {5, -1, 2, -3},
-                          {5, 1, -2, -3},
-                          {-5, 1, -2, 3},
-                          {7, 1, 3, 2},
-                          {-7, 1, 3, -2},
-                          {8, 1, 3, 3},
-                          {-8, 1, 3, -3},
-                          {0, 12345, 7, 0},
-                          {INT_MAX, INT_MAX, INT_MAX, INT_MAX},
-                          {INT_MIN, -1, 2, 1073741824},
-                          {-INT_MAX, 1, 1, -INT_MAX},
-                          {INT_MAX, 2, 1, -1},
-                          {INT_MIN, 1, 1, -1},
-                          {1, 2, 0, -1},
-                          {0, 0, 0, -1}};
+    const Case cases[] = {{720, 32, 27, 853}, {480, 9, 8, 540}, {1080, 4, 3, 1440}, {720, 9, 8, 810},
+        {480, 40, 33, 582}, {5, 1, 2, 3}, {-5, 1, 2, -3}, {5, -1, 2, -3}, {5, 1, -2, -3}, {-5, 1, -2, 3},
+        {7, 1, 3, 2}, {-7, 1, 3, -2}, {8, 1, 3, 3}, {-8, 1, 3, -3}, {0, 12345, 7, 0},
+        {INT_MAX, INT_MAX, INT_MAX, INT_MAX}, {INT_MIN, -1, 2, 1073741824}, {-INT_MAX, 1, 1, -INT_MAX},
+        {INT_MAX, 2, 1, -1}, {INT_MIN, 1, 1, -1}, {1, 2, 0, -1}, {0, 0, 0, -1}};
     for (const Case& c : cases) {
         EXPECT_EQ(MulDiv(c.number, c.numerator, c.denominator), c.expected)
             << c.number << " * " << c.numerator << " / " << c.denominator;
@@ -166,12 +121,9 @@ TEST(Win32TextConversion, NamesSurviveWideTextWhateverTheirBytes) {
         std::string bytes;
         std::wstring wide;
     } cases[] = {
-        {"clip \xE6\x97\xA5\xE6\x9C\xAC.mp4", L"clip \u65E5\u672C.mp4"},
-        {"bad\xFF name", L"bad\xDCFF name"},
-        {"latin1 caf\xE9", L"latin1 caf\xDCE9"},
-        {"cut \xE6\x97", L"cut \xDCE6\xDC97"},
-        {"overlong \xC0\xAF", L"overlong \xDCC0\xDCAF"},
-        {"surrogate \xED\xA0\x80", L"surrogate \xDCED\xDCA0\xDC80"},
+        {"clip \xE6\x97\xA5\xE6\x9C\xAC.mp4", L"clip \u65E5\u672C.mp4"}, {"bad\xFF name", L"bad\xDCFF name"},
+        {"latin1 caf\xE9", L"latin1 caf\xDCE9"}, {"cut \xE6\x97", L"cut \xDCE6\xDC97"},
+        {"overlong \xC0\xAF", L"overlong \xDCC0\xDCAF"}, {"surrogate \xED\xA0\x80", L"surrogate \xDCED\xDCA0\xDC80"},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(MultiByteToWide(CP_UTF8, c.bytes), c.wide) << c.bytes;

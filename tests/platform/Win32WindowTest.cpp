@@ -3,8 +3,10 @@
 // window and read back.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "Win32Window.h"
@@ -20,11 +22,7 @@ struct Received {
     bool quitOnDestroy = false;
 
     int count(UINT message) const {
-        int found = 0;
-        for (const MSG& each : messages) {
-            found += each.message == message ? 1 : 0;
-        }
-        return found;
+        return std::count_if(messages.begin(), messages.end(), [&](const MSG& m) { return m.message == message; });
     }
 };
 
@@ -91,15 +89,12 @@ private:
 TEST_F(Win32Window, GivesTheClientSizeAsCreated) {
     Received received;
     const HWND window = create(&received, 320, 240, WS_VISIBLE);
+    const auto sides = [](const RECT& r) { return std::tuple(r.left, r.top, r.right, r.bottom); };
     RECT client{-1, -1, -1, -1};
     ASSERT_TRUE(GetClientRect(window, &client));
-    EXPECT_EQ(client.left, 0);
-    EXPECT_EQ(client.top, 0);
-    EXPECT_EQ(client.right, 320);
-    EXPECT_EQ(client.bottom, 240);
+    EXPECT_EQ(sides(client), std::tuple(0, 0, 320, 240));
     ASSERT_TRUE(GetClientRect(create(&received, CW_USEDEFAULT, CW_USEDEFAULT), &client));
-    EXPECT_EQ(client.right, 640);
-    EXPECT_EQ(client.bottom, 480);
+    EXPECT_EQ(sides(client), std::tuple(0, 0, 640, 480));
     ASSERT_FALSE(received.messages.empty());
     EXPECT_EQ(received.messages.front().message, WM_CREATE);
 }
@@ -117,19 +112,12 @@ TEST_F(Win32Window, DeliversMessagesPostedFromAnotherThreadInOrder) {
     ASSERT_TRUE(posted[1]);
     drain();
     std::vector<MSG> mine;
-    for (const MSG& each : received.messages) {
-        if (each.message >= WM_USER) {
-            mine.push_back(each);
-        }
-    }
+    std::copy_if(received.messages.begin(), received.messages.end(), std::back_inserter(mine),
+                 [](const MSG& each) { return each.message >= WM_USER; });
+    const auto fields = [](const MSG& m) { return std::tuple(m.hwnd, m.message, m.wParam, m.lParam); };
     ASSERT_EQ(mine.size(), 2u);
-    EXPECT_EQ(mine[0].hwnd, window);
-    EXPECT_EQ(mine[0].message, WM_APP + 1);
-    EXPECT_EQ(mine[0].wParam, 42u);
-    EXPECT_EQ(mine[0].lParam, -7);
-    EXPECT_EQ(mine[1].message, WM_USER + 5);
-    EXPECT_EQ(mine[1].wParam, ~WPARAM{0});
-    EXPECT_EQ(mine[1].lParam, INTPTR_MIN);
+    EXPECT_EQ(fields(mine[0]), std::tuple(window, UINT{WM_APP + 1}, WPARAM{42}, LPARAM{-7}));
+    EXPECT_EQ(fields(mine[1]), std::tuple(window, UINT{WM_USER + 5}, ~WPARAM{0}, LPARAM{INTPTR_MIN}));
 }
 
 TEST_F(Win32Window, DropsMessagesForAWindowDestroyedBeforeDispatch) {
@@ -327,17 +315,6 @@ void presentQuadrants(HWND window) {
     ASSERT_TRUE(KyWindow_present(window, picture.data(), 40, 20, stride, &destination));
 }
 
-TEST_F(Win32Window, PresentsAPictureIntoItsDestinationAndBlackAround) {
-    Received received;
-    const HWND window = create(&received, 200, 100);
-    // The whole client area first: the smaller destination after it leaves none of it behind.
-    int stride = 0;
-    const std::vector<uint32_t> picture = quadrants(&stride);
-    ASSERT_TRUE(KyWindow_present(window, picture.data(), 40, 20, stride, nullptr));
-    presentQuadrants(window);
-    expectLetterboxedQuadrants(window);
-}
-
 TEST_F(Win32Window, TheOverlayBlendsOverThePictureUntilRemoved) {
     Received received;
     const HWND window = create(&received, 200, 100);
@@ -365,10 +342,16 @@ TEST_F(Win32Window, TheOverlayBlendsOverThePictureUntilRemoved) {
     expectLetterboxedQuadrants(window);
 }
 
-TEST_F(Win32Window, RepaintDrawsTheLastPictureAgainAfterAResize) {
+// A picture goes into its destination with black around it; a repaint draws it again after a resize.
+TEST_F(Win32Window, PresentsIntoTheDestinationAndRepaintsAfterAResize) {
     Received received;
     const HWND window = create(&received, 200, 100, WS_VISIBLE);
+    // The whole client area first: the smaller destination after it leaves none of it behind.
+    int stride = 0;
+    const std::vector<uint32_t> picture = quadrants(&stride);
+    ASSERT_TRUE(KyWindow_present(window, picture.data(), 40, 20, stride, nullptr));
     presentQuadrants(window);
+    expectLetterboxedQuadrants(window);
     drain();
     received.messages.clear();
 
@@ -396,28 +379,23 @@ TEST_F(Win32Window, RepaintDrawsTheLastPictureAgainAfterAResize) {
     expectLetterboxedQuadrants(window);
 }
 
-TEST(Win32Event, AutoResetReleasesOneWaitPerSignal) {
-    const HANDLE event = CreateEventW(nullptr, FALSE, TRUE, nullptr);
-    ASSERT_NE(event, nullptr);
-    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
-    ASSERT_TRUE(SetEvent(event));
-    ASSERT_TRUE(SetEvent(event));
-    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(event, 20), WAIT_TIMEOUT);
-    EXPECT_TRUE(CloseHandle(event));
-}
-
-TEST(Win32Event, ManualResetStaysSignalledUntilReset) {
-    const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    ASSERT_NE(event, nullptr);
-    EXPECT_EQ(WaitForSingleObject(event, 20), WAIT_TIMEOUT);
-    ASSERT_TRUE(SetEvent(event));
-    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(event, INFINITE), WAIT_OBJECT_0);
-    ASSERT_TRUE(ResetEvent(event));
-    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
-    EXPECT_TRUE(CloseHandle(event));
+// An auto-reset event lets one wait through per signal, however many came; a manual-reset one
+// every wait until it is reset. The first starts signalled, the second not.
+TEST(Win32Event, TheResetKindDecidesHowManyWaitsASignalReleases) {
+    for (const BOOL manual : {FALSE, TRUE}) {
+        SCOPED_TRACE(manual ? "manual" : "auto");
+        const HANDLE event = CreateEventW(nullptr, manual, !manual, nullptr);
+        ASSERT_NE(event, nullptr);
+        EXPECT_EQ(WaitForSingleObject(event, 0), manual ? WAIT_TIMEOUT : WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForSingleObject(event, 20), WAIT_TIMEOUT);
+        ASSERT_TRUE(SetEvent(event));
+        ASSERT_TRUE(SetEvent(event));
+        EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForSingleObject(event, manual ? INFINITE : 20), manual ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
+        ASSERT_TRUE(ResetEvent(event));
+        EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
+        EXPECT_TRUE(CloseHandle(event));
+    }
 }
 
 TEST(Win32Event, SetOnAnotherThreadWakesTheWaiter) {

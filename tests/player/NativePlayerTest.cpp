@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -19,6 +20,8 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+using States = std::vector<std::wstring>;
 
 struct Message {
     std::wstring text;
@@ -35,19 +38,39 @@ LRESULT playerWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam
     return DefWindowProcW(window, message, wParam, lParam);
 }
 
-// The picture of frame n carries n as ten black/white blocks across its middle band.
-int frameNumberShown(HWND window) {
+// What the window shows, as 0xRRGGBB words; no pixels when it shows nothing.
+struct Picture {
+    explicit Picture(HWND window) {
+        if (!KyWindow_readPixels(window, &pixels, &width, &height)) width = height = 0;
+    }
+    uint32_t at(int x, int y) const { return pixels[static_cast<size_t>(y) * width + x] & 0xFFFFFF; }
+
     std::vector<uint32_t> pixels;
     int width = 0;
     int height = 0;
-    if (!KyWindow_readPixels(window, &pixels, &width, &height) || width == 0) return -1;
+};
+
+// The picture of frame n carries n as ten black/white blocks across its middle band.
+int frameNumberShown(HWND window) {
+    const Picture picture(window);
+    if (picture.width == 0) return -1;
     int number = 0;
     for (int bit = 0; bit < 10; ++bit) {
-        const uint32_t argb = pixels[static_cast<size_t>(height / 2) * width + (bit * 2 + 1) * width / 20];
-        const int brightness = ((argb >> 16) & 0xFF) + ((argb >> 8) & 0xFF) + (argb & 0xFF);
-        number = number * 2 + (brightness > 384 ? 1 : 0);
+        const uint32_t rgb = picture.at((bit * 2 + 1) * picture.width / 20, picture.height / 2);
+        number = number * 2 + (((rgb >> 16) & 0xFF) + ((rgb >> 8) & 0xFF) + (rgb & 0xFF) > 384 ? 1 : 0);
     }
     return number;
+}
+
+// 2 s at 25 fps with a tone, each frame's number in ten blocks across its middle band.
+std::string clipArguments() {
+    std::string graph = "color=c=red:s=320x240:r=25:d=2,drawbox=x=0:y=ih*2/5:w=iw:h=ih/5:c=black:t=fill";
+    for (int k = 0; k < 10; ++k) {
+        graph += ",drawbox=x=iw*" + std::to_string(k) + "/10:y=ih*2/5:w=iw/10:h=ih/5:c=white:t=fill:enable='mod(floor(n/" +
+                 std::to_string(1 << (9 - k)) + "),2)'";
+    }
+    return "-f lavfi -i \"" + graph +
+           "\" -f lavfi -i sine=f=440:d=2 -c:v libx264 -pix_fmt yuv420p -g 10 -c:a aac -shortest";
 }
 
 class NativePlayerTest : public ::testing::Test {
@@ -64,11 +87,8 @@ protected:
         RegisterClassW(&windowClass);
         window = CreateWindowExW(0, L"NativePlayerTest", L"player", 0, 0, 0, 320, 240, nullptr, nullptr, nullptr, nullptr);
         ASSERT_NE(window, nullptr);
-        ASSERT_EQ(NativePlayer::createInstance(window, window, &player,
-                                               [this](const std::wstring& text, bool isError) {
-                                                   messages.push_back({text, isError});
-                                               }),
-                  S_OK);
+        const auto report = [this](const std::wstring& text, bool isError) { messages.push_back({text, isError}); };
+        ASSERT_EQ(NativePlayer::createInstance(window, window, &player, report), S_OK);
         activePlayer = player.get();
     }
 
@@ -83,14 +103,9 @@ protected:
     bool pumpUntil(const std::wstring& text, int count = 1, const std::function<void()>& afterPicture = {}) {
         const auto deadline = Clock::now() + std::chrono::seconds(10);
         while (Clock::now() < deadline) {
-            MSG message;
-            while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
-                DispatchMessageW(&message);
-                if (message.message == KY_WM_PRESENT_VIDEO && afterPicture) afterPicture();
-            }
-            int seen = 0;
-            for (const auto& m : messages) seen += m.text == text ? 1 : 0;
-            if (seen >= count) return true;
+            dispatchQueued(afterPicture);
+            const auto said = [&](const Message& m) { return m.text == text; };
+            if (std::count_if(messages.begin(), messages.end(), said) >= count) return true;
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
         return false;
@@ -101,14 +116,21 @@ protected:
     void settleAfterTheEnd() {
         const auto until = Clock::now() + std::chrono::milliseconds(200);
         while (Clock::now() < until) {
-            MSG message;
-            while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
+            dispatchQueued();
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
     }
 
-    std::vector<std::wstring> states() const {
-        std::vector<std::wstring> names;
+    static void dispatchQueued(const std::function<void()>& afterPicture = {}) {
+        MSG message;
+        while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+            DispatchMessageW(&message);
+            if (message.message == KY_WM_PRESENT_VIDEO && afterPicture) afterPicture();
+        }
+    }
+
+    States states() const {
+        States names;
         for (const auto& m : messages) names.push_back(m.isError ? L"error: " + m.text : m.text);
         return names;
     }
@@ -119,55 +141,41 @@ protected:
         ASSERT_TRUE(pumpUntil(L"ready"));
     }
 
-    std::string clip() {
-        // Ten-block frame numbers in the band, a tone beside them: 2 s at 25 fps.
-        std::string graph = "color=c=red:s=320x240:r=25:d=2,drawbox=x=0:y=ih*2/5:w=iw:h=ih/5:c=black:t=fill";
-        for (int k = 0; k < 10; ++k) {
-            graph += ",drawbox=x=iw*" + std::to_string(k) + "/10:y=ih*2/5:w=iw/10:h=ih/5:c=white:t=fill:enable='mod(floor(n/" +
-                     std::to_string(1 << (9 - k)) + "),2)'";
-        }
-        return testmedia::make("player_clip.mp4", "-f lavfi -i \"" + graph +
-                                                      "\" -f lavfi -i sine=f=440:d=2 -c:v libx264 -pix_fmt yuv420p -g 10 "
-                                                      "-c:a aac -shortest");
+    // A seek while scrubbing: at rate 0 the session confirms the start and then the shown sample,
+    // "playing" twice.
+    void scrubTo(LONGLONG position) {
+        messages.clear();
+        player->setPosition(position);
+        ASSERT_TRUE(pumpUntil(L"playing", 2)) << position;
     }
+
+    static std::string clip() { return testmedia::make("player_clip.mp4", clipArguments()); }
 
     HWND window = nullptr;
     std::shared_ptr<NativePlayer> player;
     std::vector<Message> messages;
 };
 
-TEST_F(NativePlayerTest, ANormalLifeReportsItsStatesInOrder) {
-    const std::string path = clip();
-    ASSERT_FALSE(path.empty());
-    player->openURL(std::wstring(path.begin(), path.end()));
-    ASSERT_TRUE(pumpUntil(L"ready"));
-    player->play();
-    ASSERT_TRUE(pumpUntil(L"ended"));
-    EXPECT_EQ(player->currentTime(), player->duration());
-    settleAfterTheEnd();
-    player->closeURL();
-    const std::vector<std::wstring> expected = {L"session_ready", L"open_pending", L"ready", L"playing", L"playing",
-                                                L"ended", L"closing", L"closed"};
-    EXPECT_EQ(states(), expected);
-}
-
-TEST_F(NativePlayerTest, AMissingFileReportsItsCauseAndLeavesThePlayerUsable) {
-    player->openURL(L"/nonexistent/clip.mp4");
-    ASSERT_GE(messages.size(), 3u);
-    EXPECT_EQ(messages[0].text, L"session_ready");
-    EXPECT_EQ(messages[1].text, L"closed");
-    EXPECT_TRUE(messages[2].isError);
-    EXPECT_EQ(messages[2].text, L"The system cannot find the path specified.");
-    messages.clear();
-    const std::string path = clip();
-    player->openURL(std::wstring(path.begin(), path.end()));
-    EXPECT_TRUE(pumpUntil(L"ready"));
+// Each fails at once and the player stays usable; the failed session closes when the next opens.
+TEST_F(NativePlayerTest, AFileThatCannotOpenReportsItsCause) {
+    const std::pair<std::string, States> files[] = {
+        {"/nonexistent/clip.mp4", {L"session_ready", L"closed", L"error: The system cannot find the path specified."}},
+        {testmedia::make("player_random.mp4", "-f lavfi -i anoisesrc=d=0.1 -f u8"),
+         {L"closing", L"closed", L"session_ready", L"closed",
+          L"error: The byte stream type of the given URL is unsupported."}},
+    };
+    for (const auto& [path, expected] : files) {
+        SCOPED_TRACE(path);
+        ASSERT_FALSE(path.empty());
+        messages.clear();
+        player->openURL(std::wstring(path.begin(), path.end()));
+        EXPECT_EQ(states(), expected);
+    }
+    open(clip());
 }
 
 TEST_F(NativePlayerTest, PauseStopAndPlayAgain) {
-    const std::string path = clip();
-    player->openURL(std::wstring(path.begin(), path.end()));
-    ASSERT_TRUE(pumpUntil(L"ready"));
+    open(clip());
     player->play();
     ASSERT_TRUE(pumpUntil(L"playing", 2));
     messages.clear();
@@ -179,18 +187,7 @@ TEST_F(NativePlayerTest, PauseStopAndPlayAgain) {
     ASSERT_TRUE(pumpUntil(L"stopped"));
     player->play();
     ASSERT_TRUE(pumpUntil(L"playing", 2));
-    const std::vector<std::wstring> expected = {L"paused", L"stopped", L"playing", L"playing"};
-    EXPECT_EQ(states(), expected);
-}
-
-TEST_F(NativePlayerTest, ACorruptFileReportsItsCause) {
-    const std::string path = testmedia::make("player_random.mp4", "-f lavfi -i anoisesrc=d=0.1 -f u8") ;
-    ASSERT_FALSE(path.empty());
-    player->openURL(std::wstring(path.begin(), path.end()));
-    ASSERT_EQ(messages.size(), 3u);
-    EXPECT_EQ(messages[1].text, L"closed");
-    EXPECT_TRUE(messages[2].isError);
-    EXPECT_EQ(messages[2].text, L"The byte stream type of the given URL is unsupported.");
+    EXPECT_EQ(states(), (States{L"paused", L"stopped", L"playing", L"playing"}));
 }
 
 TEST_F(NativePlayerTest, ASeekPastTheEndLeavesThePlayerPaused) {
@@ -198,8 +195,7 @@ TEST_F(NativePlayerTest, ASeekPastTheEndLeavesThePlayerPaused) {
     messages.clear();
     player->setPosition(player->duration() + 10000000);
     ASSERT_TRUE(pumpUntil(L"paused"));
-    const std::vector<std::wstring> expected = {L"seek_pending", L"paused"};
-    EXPECT_EQ(states(), expected);
+    EXPECT_EQ(states(), (States{L"seek_pending", L"paused"}));
 }
 
 TEST_F(NativePlayerTest, RequestsTheStateDoesNotAcceptDoNothing) {
@@ -213,16 +209,11 @@ TEST_F(NativePlayerTest, RequestsTheStateDoesNotAcceptDoNothing) {
 }
 
 TEST_F(NativePlayerTest, APausedSeekShowsTheFrameAtThatTime) {
-    const std::string path = clip();
-    player->openURL(std::wstring(path.begin(), path.end()));
-    ASSERT_TRUE(pumpUntil(L"ready"));
+    open(clip());
     player->resizeVideo(320, 240);
     ASSERT_EQ(player->beginScrubbing(), S_OK);
-    // 1.25 s lies inside frame 31 (1.24 s to 1.28 s at 25 fps). At rate 0 the session confirms
-    // the start and then the shown sample: "playing" twice.
-    messages.clear();
-    player->setPosition(12500000);
-    ASSERT_TRUE(pumpUntil(L"playing", 2));
+    // 1.25 s lies inside frame 31 (1.24 s to 1.28 s at 25 fps).
+    ASSERT_NO_FATAL_FAILURE(scrubTo(12500000));
     EXPECT_EQ(frameNumberShown(window), 31);
 }
 
@@ -232,9 +223,7 @@ TEST_F(NativePlayerTest, SteppingBackShowsEachFrameAndPlayingOnReachesTheEnd) {
     open(clip());
     ASSERT_EQ(player->beginScrubbing(), S_OK);
     for (int frame = 33; frame >= 26; --frame) {
-        messages.clear();
-        player->setPosition(frame * 400000 + 200000);
-        ASSERT_TRUE(pumpUntil(L"playing", 2)) << frame;
+        ASSERT_NO_FATAL_FAILURE(scrubTo(frame * 400000 + 200000));
         EXPECT_EQ(frameNumberShown(window), frame);
     }
     ASSERT_EQ(player->endScrubbing(), S_OK);
@@ -246,9 +235,7 @@ TEST_F(NativePlayerTest, SteppingBackShowsEachFrameAndPlayingOnReachesTheEnd) {
 TEST_F(NativePlayerTest, ResizingKeepsTheShapeAndRepaintRedrawsTheLastPicture) {
     open(clip());
     ASSERT_EQ(player->beginScrubbing(), S_OK);
-    messages.clear();
-    player->setPosition(4000000);  // frame 10
-    ASSERT_TRUE(pumpUntil(L"playing", 2));
+    ASSERT_NO_FATAL_FAILURE(scrubTo(4000000));  // frame 10
     // A 4:3 picture in a 320 by 120 rectangle is 160 by 120, with black bars left and right.
     player->resizeVideo(320, 120);
     player->repaintVideo();
@@ -256,11 +243,9 @@ TEST_F(NativePlayerTest, ResizingKeepsTheShapeAndRepaintRedrawsTheLastPicture) {
     player->getVideoPosition(&position);
     EXPECT_EQ(position.right, 320);
     EXPECT_EQ(position.bottom, 120);
-    std::vector<uint32_t> pixels;
-    int width = 0;
-    int height = 0;
-    ASSERT_TRUE(KyWindow_readPixels(window, &pixels, &width, &height));
-    const auto at = [&](int x, int y) { return pixels[static_cast<size_t>(y) * width + x] & 0xFFFFFF; };
+    const Picture picture(window);
+    ASSERT_GT(picture.width, 0);
+    const auto at = [&](int x, int y) { return picture.at(x, y); };
     EXPECT_EQ(at(40, 30), 0u) << "bar";
     EXPECT_EQ(at(280, 30), 0u) << "bar";
     EXPECT_GT((at(160, 10) >> 16) & 0xFF, 200u) << "red picture above the band";
@@ -280,9 +265,7 @@ TEST_F(NativePlayerTest, ARotatedPictureIsDrawnUprightAtEachSize) {
     open(testmedia::make("player_rotated.mp4", "-i " + turned + " -c copy -metadata:s:v:0 rotate=90"));
     player->resizeVideo(320, 240);
     ASSERT_EQ(player->beginScrubbing(), S_OK);
-    messages.clear();
-    player->setPosition(2000000);
-    ASSERT_TRUE(pumpUntil(L"playing", 2));
+    ASSERT_NO_FATAL_FAILURE(scrubTo(2000000));
     const struct {
         int width, height;  // the destination; the picture is 4:3 upright
         int left, right;    // where the picture lies across it
@@ -290,11 +273,9 @@ TEST_F(NativePlayerTest, ARotatedPictureIsDrawnUprightAtEachSize) {
     for (const auto& size : sizes) {
         player->resizeVideo(size.width, size.height);
         ASSERT_EQ(player->repaintVideo(), S_OK);
-        std::vector<uint32_t> pixels;
-        int width = 0;
-        int height = 0;
-        ASSERT_TRUE(KyWindow_readPixels(window, &pixels, &width, &height));
-        const auto at = [&](int x, int y) { return pixels[static_cast<size_t>(y) * width + x] & 0xFFFFFF; };
+        const Picture picture(window);
+        ASSERT_GT(picture.width, 0);
+        const auto at = [&](int x, int y) { return picture.at(x, y); };
         const int middle = (size.left + size.right) / 2;
         EXPECT_GT((at(middle, size.height / 8) >> 16) & 0xFF, 200u) << size.height << ": red at the top";
         EXPECT_LT(at(middle, size.height / 8) & 0xFF, 60u) << size.height;
@@ -303,33 +284,31 @@ TEST_F(NativePlayerTest, ARotatedPictureIsDrawnUprightAtEachSize) {
         if (size.left > 0) {
             EXPECT_EQ(at(size.left / 2, size.height / 2), 0u) << "bar";
         }
-        if (size.height < height) {
-            EXPECT_EQ(at(middle, (size.height + height) / 2), 0u) << "below the destination";
+        if (size.height < picture.height) {
+            EXPECT_EQ(at(middle, (size.height + picture.height) / 2), 0u) << "below the destination";
         }
     }
 }
 
-TEST_F(NativePlayerTest, FilesWithOneKindOfStreamPlayToTheEnd) {
-    const struct {
-        const char* name;
-        const char* arguments;
-    } files[] = {
+// A normal life, with both kinds of stream and with one, reports its states in order.
+TEST_F(NativePlayerTest, FilesOfEachKindPlayToTheEnd) {
+    const std::pair<const char*, std::string> files[] = {
+        {"player_clip.mp4", clipArguments()},
         {"player_video_only.mp4", "-f lavfi -i testsrc2=s=160x120:r=25:d=1 -c:v libx264 -pix_fmt yuv420p"},
         {"player_audio_only.m4a", "-f lavfi -i sine=f=440:d=1 -c:a aac"},
     };
-    for (const auto& file : files) {
-        SCOPED_TRACE(file.name);
+    for (const auto& [name, arguments] : files) {
+        SCOPED_TRACE(name);
         messages.clear();
-        open(testmedia::make(file.name, file.arguments));
+        open(testmedia::make(name, arguments));
         player->play();
         ASSERT_TRUE(pumpUntil(L"ended"));
         EXPECT_EQ(player->currentTime(), player->duration());
         settleAfterTheEnd();
         player->closeURL();
         ASSERT_TRUE(pumpUntil(L"closed"));
-        const std::vector<std::wstring> expected = {L"session_ready", L"open_pending", L"ready", L"playing",
-                                                    L"playing", L"ended", L"closing", L"closed"};
-        EXPECT_EQ(states(), expected);
+        EXPECT_EQ(states(), (States{L"session_ready", L"open_pending", L"ready", L"playing", L"playing", L"ended",
+                                    L"closing", L"closed"}));
     }
 }
 
@@ -362,11 +341,9 @@ TEST_F(NativePlayerTest, FlashesAndBeepsStayTogether) {
     std::vector<long long> heardAtFlash;
     bool white = true;
     ASSERT_TRUE(pumpUntil(L"ended", 1, [&] {
-        std::vector<uint32_t> pixels;
-        int width = 0;
-        int height = 0;
-        if (!KyWindow_readPixels(window, &pixels, &width, &height) || width == 0) return;
-        const bool nowWhite = (pixels[static_cast<size_t>(height / 2) * width + width / 2] & 0xFF) > 128;
+        const Picture picture(window);
+        if (picture.width == 0) return;
+        const bool nowWhite = (picture.at(picture.width / 2, picture.height / 2) & 0xFF) > 128;
         struct stat status {};
         if (nowWhite && !white && stat(capture.c_str(), &status) == 0) heardAtFlash.push_back(status.st_size);
         white = nowWhite;

@@ -77,12 +77,11 @@ protected:
     void pciDevice(const std::string& address, const std::string& cls, const std::string& vendor,
                    const std::string& device, const std::string& subVendor, const std::string& subDevice) {
         const fs::path dir = fs::path("sys/devices/pci0000:00") / address;
-        write(dir / "class", cls + "\n");
-        write(dir / "vendor", vendor + "\n");
-        write(dir / "device", device + "\n");
-        write(dir / "subsystem_vendor", subVendor + "\n");
-        write(dir / "subsystem_device", subDevice + "\n");
-        write(dir / "revision", "0xE7\n");
+        for (const auto& [file, value] : {std::pair{"class", cls}, {"vendor", vendor}, {"device", device},
+                                          {"subsystem_vendor", subVendor}, {"subsystem_device", subDevice},
+                                          {"revision", std::string("0xE7")}}) {
+            write(dir / file, value + "\n");
+        }
         link(dir, fs::path("sys/bus/pci/devices") / address);
     }
 

@@ -47,7 +47,7 @@ TEST_F(RCObjectTest, DecrementReportsTheLastReference) {
     EXPECT_TRUE(count.IsUnreferenced());
 }
 
-TEST_F(RCObjectTest, AssigningTheHeldObjectKeepsIt) {
+TEST_F(RCObjectTest, AssigningTheHeldObjectKeepsItAndNullReleasesIt) {
     RCPtr<Counted> pointer(new Counted);
     RCPtr<Counted>& alias = pointer;
     pointer = alias;
@@ -56,6 +56,9 @@ TEST_F(RCObjectTest, AssigningTheHeldObjectKeepsIt) {
     pointer = RCPtrNull::Instance();
     EXPECT_EQ(destroyed, 1);
     EXPECT_TRUE(!pointer);
+    // Null from the start, as a default or from the marker.
+    EXPECT_TRUE(!RCPtr<Counted>() && !RCPtr<Counted>(RCPtrNull::Instance()));
+    EXPECT_EQ(RCPtr<Counted>().get(), nullptr);
 }
 
 TEST_F(RCObjectTest, CopiesAndAssignmentsDoNotShareCounts) {
@@ -66,14 +69,6 @@ TEST_F(RCObjectTest, CopiesAndAssignmentsDoNotShareCounts) {
     other = *held;
     EXPECT_TRUE(held->referenceCount().IsUniquelyReferenced());
     EXPECT_TRUE(other.referenceCount().IsUnreferenced());
-}
-
-TEST_F(RCObjectTest, NullPointersAreNull) {
-    RCPtr<Counted> empty;
-    RCPtr<Counted> fromMarker(RCPtrNull::Instance());
-    EXPECT_TRUE(!empty);
-    EXPECT_TRUE(!fromMarker);
-    EXPECT_EQ(empty.get(), nullptr);
 }
 
 TEST_F(RCObjectTest, ThreadsReleasingAtOnceDestroyExactlyOnce) {

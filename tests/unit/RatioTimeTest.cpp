@@ -36,17 +36,10 @@ TEST_P(Normalize, ReducesByTheSixPrimesOnly) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, Normalize, ::testing::Values(
-    FieldsCase{rt(30, 20), rt(3, 2)},
-    FieldsCase{rt(1001, 30030), rt(1, 30)},
-    FieldsCase{rt(600, 600), rt(1, 1)},
-    FieldsCase{rt(17, 34), rt(17, 34)},
-    FieldsCase{rt(38, 76), rt(19, 38)},
-    FieldsCase{rt(1003, 1003), rt(1003, 1003)},
-    FieldsCase{rt(0, 5), rt(0, 1)},
-    FieldsCase{rt(5, 0), rt(0, 1)},
-    FieldsCase{rt(0, 0), rt(0, 1)},
-    FieldsCase{rt(-10, 4), rt(-5, 2)},
-    FieldsCase{rt(10, -4), rt(5, -2)},
+    FieldsCase{rt(30, 20), rt(3, 2)}, FieldsCase{rt(1001, 30030), rt(1, 30)}, FieldsCase{rt(600, 600), rt(1, 1)},
+    FieldsCase{rt(17, 34), rt(17, 34)}, FieldsCase{rt(38, 76), rt(19, 38)},
+    FieldsCase{rt(1003, 1003), rt(1003, 1003)}, FieldsCase{rt(0, 5), rt(0, 1)}, FieldsCase{rt(5, 0), rt(0, 1)},
+    FieldsCase{rt(0, 0), rt(0, 1)}, FieldsCase{rt(-10, 4), rt(-5, 2)}, FieldsCase{rt(10, -4), rt(5, -2)},
     FieldsCase{rt(kMin, 4611686018427387904), rt(-2, 1)},
     FieldsCase{rt(kMax, kMax), rt(188232082384791343, 188232082384791343)}));
 
@@ -154,15 +147,11 @@ TEST(ToNumber, RoundsEachFieldBeforeDividing) {
 }
 
 TEST(Truncate, TowardZeroAndOutOfRangeIsMinimum) {
-    EXPECT_EQ(RatioTime_truncate(-0.6), 0);
-    EXPECT_EQ(RatioTime_truncate(2.9), 2);
-    EXPECT_EQ(RatioTime_truncate(-2.9), -2);
-    EXPECT_EQ(RatioTime_truncate(std::nan("")), kMin);
-    EXPECT_EQ(RatioTime_truncate(INFINITY), kMin);
-    EXPECT_EQ(RatioTime_truncate(-INFINITY), kMin);
-    EXPECT_EQ(RatioTime_truncate(9223372036854775808.0), kMin);
-    EXPECT_EQ(RatioTime_truncate(-9223372036854775808.0), kMin);
-    EXPECT_EQ(RatioTime_truncate(9223372036854774784.0), 9223372036854774784);
+    for (const auto& [x, expected] : {std::pair{-0.6, int64_t{0}}, {2.9, 2}, {-2.9, -2}, {std::nan(""), kMin},
+                                      {INFINITY, kMin}, {-INFINITY, kMin}, {9223372036854775808.0, kMin},
+                                      {-9223372036854775808.0, kMin}, {9223372036854774784.0, 9223372036854774784}}) {
+        EXPECT_EQ(RatioTime_truncate(x), expected) << x;
+    }
 }
 
 struct NumberCase {
@@ -177,19 +166,11 @@ TEST_P(FromNumber, WholeOrThreeStepSixHundredths) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, FromNumber, ::testing::Values(
-    NumberCase{1.0 / 3.0, rt(199, 600)},
-    NumberCase{1.15, rt(689, 600)},
-    NumberCase{0.29, rt(173, 600)},
-    NumberCase{0.205, rt(123, 600)},
-    NumberCase{2.5, rt(1500, 600)},
-    NumberCase{3.0, rt(3, 1)},
-    NumberCase{-0.0, rt(0, 1)},
-    NumberCase{0.5, rt(300, 600)},
-    NumberCase{29.97, rt(17982, 600)},
-    NumberCase{0.001, rt(0, 600)},
-    NumberCase{-9223372036854775808.0, rt(kMin, 1)},
-    NumberCase{9223372036854775808.0, rt(kMin, 600)},
-    NumberCase{std::nan(""), rt(kMin, 600)},
+    NumberCase{1.0 / 3.0, rt(199, 600)}, NumberCase{1.15, rt(689, 600)}, NumberCase{0.29, rt(173, 600)},
+    NumberCase{0.205, rt(123, 600)}, NumberCase{2.5, rt(1500, 600)}, NumberCase{3.0, rt(3, 1)},
+    NumberCase{-0.0, rt(0, 1)}, NumberCase{0.5, rt(300, 600)}, NumberCase{29.97, rt(17982, 600)},
+    NumberCase{0.001, rt(0, 600)}, NumberCase{-9223372036854775808.0, rt(kMin, 1)},
+    NumberCase{9223372036854775808.0, rt(kMin, 600)}, NumberCase{std::nan(""), rt(kMin, 600)},
     NumberCase{INFINITY, rt(kMin, 600)}));
 
 struct OverCase {
@@ -209,5 +190,30 @@ INSTANTIATE_TEST_SUITE_P(Table, FromNumberOver, ::testing::Values(
     OverCase{29.97, 600, 17982}, OverCase{29.97, 100, 2997}, OverCase{29.97, 1001, 29999},
     OverCase{29.97, 2, 59}, OverCase{29.97, 1, 29}, OverCase{0.3, 2, 0}, OverCase{0.75, 2, 1},
     OverCase{-0.3, 2, 0}, OverCase{0.34, 3, 1}, OverCase{0.5, 3, 1}, OverCase{0.001, 600, 0}));
+
+// Every way through the reading of archive text: the archive's own form, the all-zero text, then
+// sscanf's rules for two fields, one, none, and none at all (an empty or blank text).
+TEST(Unarchive, ReadsTheFieldsItReachesAndLeavesTheOthers) {
+    const struct {
+        const char* text;
+        int fields;
+        RatioTime expected;
+    } cases[] = {
+        {"0000000000007530/00000000000003e9", 2, rt(30000, 1001)},
+        {"09afAF0000000000/FFFFFFFFFFFFFFFF", 2, rt(0x09afaf0000000000, -1)},
+        {"0000000000000000/0000000000000000", 2, rt(0, 0)}, {"1/2", 2, rt(1, 2)},
+        {"-000000000000001/0000000000000002", 2, rt(-1, 2)}, {"0000000000000001/000000000000000g", 2, rt(1, 0)},
+        {"0000000000000005/zzzzzzzzzzzzzzzz", 1, rt(5, 0x7777)},
+        {"0000000000000001x0000000000000002", 1, rt(1, 0x7777)},
+        {"zzzzzzzzzzzzzzzz/0000000000000002", 0, rt(0x5555, 0x7777)}, {"", 0, rt(0x5555, 0x7777)},
+        {"   ", 0, rt(0x5555, 0x7777)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        RatioTime value = rt(0x5555, 0x7777);
+        EXPECT_EQ(RatioTime_unarchive(c.text, &value), c.fields);
+        expectFields(value, c.expected.numerator, c.expected.denominator);
+    }
+}
 
 }  // namespace

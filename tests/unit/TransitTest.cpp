@@ -20,20 +20,16 @@ protected:
         ASSERT_TRUE(host->runChunk(code, "test", {}, &error)) << error;
     }
 
-    // The global's value as a native reference.
-    KyTransitQueue queueNamed(const char* global) {
+    // The global's value as a native reference, taken from the stack by `take`.
+    template <typename Reference>
+    Reference named(const char* global, Reference (*take)(lua_State*, int)) {
         lua_getglobal(L, global);
-        KyTransitQueue queue = KyTransitQueue_checkRetainFromLua(L, -1);
+        const Reference reference = take(L, -1);
         lua_pop(L, 1);
-        return queue;
+        return reference;
     }
-
-    KyMainThreadAction actionNamed(const char* global) {
-        lua_getglobal(L, global);
-        KyMainThreadAction action = KyMainThreadAction_copy(L, -1);
-        lua_pop(L, 1);
-        return action;
-    }
+    KyTransitQueue queueNamed(const char* global) { return named(global, KyTransitQueue_checkRetainFromLua); }
+    KyMainThreadAction actionNamed(const char* global) { return named(global, KyMainThreadAction_copy); }
 
     std::string global(const char* name) {
         lua_getglobal(L, name);

@@ -105,17 +105,10 @@ class Altitude : public ::testing::TestWithParam<TextCase> {};
 TEST_P(Altitude, InThousandthsTruncated) { EXPECT_EQ(formatAltitude(GetParam().input), GetParam().expected); }
 
 INSTANTIATE_TEST_SUITE_P(Table, Altitude, ::testing::Values(
-    TextCase{L"35.2", L"35200 / 1000"},
-    TextCase{L"1.001", L"1000 / 1000"},
-    TextCase{L"-12.7", L"-12700 / 1000"},
-    TextCase{L"0", L"0 / 1000"},
-    TextCase{L"-0.0004", L"0 / 1000"},
-    TextCase{L"8848.86 m", L"8848860 / 1000"},
-    TextCase{L"3000000000", L"3000000000000 / 1000"},
-    TextCase{L"", L""},
-    TextCase{L"sea level", L""},
-    TextCase{L"nan", L""},
-    TextCase{L"1e308", L""}));
+    TextCase{L"35.2", L"35200 / 1000"}, TextCase{L"1.001", L"1000 / 1000"}, TextCase{L"-12.7", L"-12700 / 1000"},
+    TextCase{L"0", L"0 / 1000"}, TextCase{L"-0.0004", L"0 / 1000"}, TextCase{L"8848.86 m", L"8848860 / 1000"},
+    TextCase{L"3000000000", L"3000000000000 / 1000"}, TextCase{L"", L""}, TextCase{L"sea level", L""},
+    TextCase{L"nan", L""}, TextCase{L"1e308", L""}));
 
 class Coordinate : public ::testing::TestWithParam<CoordinateCase> {};
 
@@ -124,20 +117,13 @@ TEST_P(Coordinate, InDegreesAndDecimalMinutes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, Coordinate, ::testing::Values(
-    CoordinateCase{L"37; 46; 29.64", L"N", L"37,46.494N"},
-    CoordinateCase{L"2; 17; 40.2", L"E", L"2,17.67E"},
-    CoordinateCase{L"48; 51; 29.6", L"N", L"48,51.4933N"},
-    CoordinateCase{L"10; 59; 59.9999", L"N", L"10,60N"},
-    CoordinateCase{L"0; 0; 0.0001", L"S", L"0,1.66667e-06S"},
-    CoordinateCase{L"-33; 52; 4.2", L"S", L"-33,52.07S"},
-    CoordinateCase{L"37; 46; 29.64", L"", L"37,46.494"},
-    CoordinateCase{L"37; 46; 29.64", L"North", L"37,46.494N"},
-    CoordinateCase{L"37;46;29.64", L"N", L"37,46.494N"},
-    CoordinateCase{L"37;\t46;\n 29.64", L"W", L"37,46.494W"},
-    CoordinateCase{L"37.5; 0; 0", L"N", L""},
-    CoordinateCase{L"37; 46", L"N", L""},
-    CoordinateCase{L"37, 46, 29.64", L"N", L""},
-    CoordinateCase{L"37; 46; inf", L"N", L""},
+    CoordinateCase{L"37; 46; 29.64", L"N", L"37,46.494N"}, CoordinateCase{L"2; 17; 40.2", L"E", L"2,17.67E"},
+    CoordinateCase{L"48; 51; 29.6", L"N", L"48,51.4933N"}, CoordinateCase{L"10; 59; 59.9999", L"N", L"10,60N"},
+    CoordinateCase{L"0; 0; 0.0001", L"S", L"0,1.66667e-06S"}, CoordinateCase{L"-33; 52; 4.2", L"S", L"-33,52.07S"},
+    CoordinateCase{L"37; 46; 29.64", L"", L"37,46.494"}, CoordinateCase{L"37; 46; 29.64", L"North", L"37,46.494N"},
+    CoordinateCase{L"37;46;29.64", L"N", L"37,46.494N"}, CoordinateCase{L"37;\t46;\n 29.64", L"W", L"37,46.494W"},
+    CoordinateCase{L"37.5; 0; 0", L"N", L""}, CoordinateCase{L"37; 46", L"N", L""},
+    CoordinateCase{L"37, 46, 29.64", L"N", L""}, CoordinateCase{L"37; 46; inf", L"N", L""},
     CoordinateCase{L"", L"N", L""}));
 
 class ZeroTriples : public ::testing::TestWithParam<TextCase> {};
@@ -145,15 +131,10 @@ class ZeroTriples : public ::testing::TestWithParam<TextCase> {};
 TEST_P(ZeroTriples, AreDeleted) { EXPECT_EQ(removeZeroTriples(GetParam().input), GetParam().expected); }
 
 INSTANTIATE_TEST_SUITE_P(Table, ZeroTriples, ::testing::Values(
-    TextCase{L"0; 0; 0", L""},
-    TextCase{L"20; 0; 0", L"2"},
-    TextCase{L"0; 0; 0.5", L".5"},
-    TextCase{L"0; 0; 1", L"0; 0; 1"},
-    TextCase{L"0; 0; 0; 0; 0", L"; 0; 0"},
-    TextCase{L"0; 0; 0 0; 0; 0", L" "},
+    TextCase{L"0; 0; 0", L""}, TextCase{L"20; 0; 0", L"2"}, TextCase{L"0; 0; 0.5", L".5"},
+    TextCase{L"0; 0; 1", L"0; 0; 1"}, TextCase{L"0; 0; 0; 0; 0", L"; 0; 0"}, TextCase{L"0; 0; 0 0; 0; 0", L" "},
     // A triple that only a deletion brings together is not one of the text's.
-    TextCase{L"0; 00; 0; 0; 0", L"0; 0; 0"},
-    TextCase{L"", L""}));
+    TextCase{L"0; 00; 0; 0; 0", L"0; 0; 0"}, TextCase{L"", L""}));
 
 class DurationTicks : public ::testing::TestWithParam<DurationCase> {};
 
@@ -162,17 +143,10 @@ TEST_P(DurationTicks, CountSixHundredthsOfWholeMilliseconds) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, DurationTicks, ::testing::Values(
-    DurationCase{100'000'000, L"6000"},
-    DurationCase{125'000'000, L"7499"},
-    DurationCase{330'000, L"19"},
-    DurationCase{0, L"0"},
-    DurationCase{9'999, L"0"},
-    DurationCase{16'670, L"0"},
-    DurationCase{20'000, L"1"},
-    DurationCase{35'791'394'130'000, L"2147483647"},
-    DurationCase{35'791'394'140'000, L"-2147483648"},
-    DurationCase{-1, L"-2147483648"},
-    DurationCase{-100'000'000, L"-2147483648"},
+    DurationCase{100'000'000, L"6000"}, DurationCase{125'000'000, L"7499"}, DurationCase{330'000, L"19"},
+    DurationCase{0, L"0"}, DurationCase{9'999, L"0"}, DurationCase{16'670, L"0"}, DurationCase{20'000, L"1"},
+    DurationCase{35'791'394'130'000, L"2147483647"}, DurationCase{35'791'394'140'000, L"-2147483648"},
+    DurationCase{-1, L"-2147483648"}, DurationCase{-100'000'000, L"-2147483648"},
     DurationCase{std::numeric_limits<int64_t>::max(), L"-2147483648"},
     DurationCase{std::numeric_limits<int64_t>::min(), L"-2147483648"}));
 

@@ -8,10 +8,10 @@ captured as the X server shows it (xwd). Run under xvfb-run with a 1280x800 scre
 - Controls: on CLIP (the corpus's quadrant clip, 25 fps, the frame number in a band across the
   picture) the play button plays, the play head drags, m mutes, the wheel sets the volume, ] and a
   click on the speed speed up, f and a double click toggle full screen, s and the stop button stop
-  back to the first frame, q quits; without --keep-open vtk ends with
-  the clip.
+  back to the first frame, q quits; without --keep-open vtk ends with the clip.
 With SCREENSHOTS_DIR, the captures the README shows are written there."""
 import ctypes
+import itertools
 import os
 import shutil
 import subprocess
@@ -26,13 +26,8 @@ PLAY_BUTTON = (29 + 12, 2 + 12)  # centre of the play button, from the bar's top
 STOP_BUTTON = (79 + 12, 2 + 12)
 TRACK_LEFT = 109
 BUTTON = 25
-FPS = 25
 # From the bar's right end: full screen, volume (56), mute.
 MUTE_FROM_RIGHT = 4 + 25 + 56 + 25
-
-
-def out(*args):
-    return subprocess.run(args, check=True, capture_output=True, text=True).stdout
 
 
 def check(condition, message):
@@ -71,24 +66,20 @@ def find_window(name, timeout=15.0):
     raise SystemExit(f"FAIL no window named {name!r} appeared")
 
 
-def geometry(window):
-    fields = dict(line.split("=", 1) for line in out("xdotool", "getwindowgeometry", "--shell", window).split())
-    return tuple(int(fields[key]) for key in ("X", "Y", "WIDTH", "HEIGHT"))
-
-
 class Shot:
     """The window's pixels as the X server shows them."""
 
-    def __init__(self, window, aspect=4 / 3, scale=1):
-        self.x, self.y, self.width, self.height = geometry(window)
+    def __init__(self, window, aspect, scale):
+        shell = subprocess.run(["xdotool", "getwindowgeometry", "--shell", window], check=True, capture_output=True,
+                               text=True).stdout
+        fields = dict(line.split("=", 1) for line in shell.split())
+        self.x, self.y, self.width, self.height = (int(fields[key]) for key in ("X", "Y", "WIDTH", "HEIGHT"))
         self.bar = self.height - BAR_HEIGHT * scale
         with tempfile.TemporaryDirectory() as folder:
-            self.dump = os.path.join(folder, "window.xwd")
-            subprocess.run(["xwd", "-id", window, "-silent", "-out", self.dump], check=True)
-            self.png = subprocess.run(["ffmpeg", "-v", "error", "-i", self.dump, "-f", "image2pipe", "-c:v", "png",
-                                       "-"], check=True, capture_output=True).stdout
-            self.rgb = subprocess.run(["ffmpeg", "-v", "error", "-i", self.dump, "-f", "rawvideo", "-pix_fmt",
-                                       "rgb24", "-"], check=True, capture_output=True).stdout
+            dump = os.path.join(folder, "window.xwd")
+            subprocess.run(["xwd", "-id", window, "-silent", "-out", dump], check=True)
+            self.rgb = subprocess.run(["ffmpeg", "-v", "error", "-i", dump, "-f", "rawvideo", "-pix_fmt", "rgb24", "-"],
+                                      check=True, capture_output=True).stdout
         if len(self.rgb) != self.width * self.height * 3:
             raise SystemExit(f"FAIL the capture is {len(self.rgb)} bytes for {self.width}x{self.height}")
         # The picture, letterboxed into the area above the bar.
@@ -115,43 +106,70 @@ class Shot:
         return len(set(self.region(left, top, width, height))) > 1
 
     def save(self, path):
-        with open(path, "wb") as file:
-            file.write(self.png)
-
-
-def wait_for(make_shot, condition, timeout=15.0, nudge=None):
-    """Shots until condition(shot) holds or the time is up; the last shot. nudge, if given, runs
-    between shots (a hand's small movement, so that a request the player dropped while busy is made
-    again)."""
-    deadline = time.time() + timeout
-    while True:
-        shot = make_shot()
-        if condition(shot) or time.time() > deadline:
-            return shot
-        if nudge:
-            nudge()
-        time.sleep(0.2)
+        subprocess.run(["ffmpeg", "-v", "error", "-y", "-f", "rawvideo", "-pix_fmt", "rgb24", "-s",
+                        f"{self.width}x{self.height}", "-i", "-", path], input=self.rgb, check=True)
 
 
 class Player:
-    def __init__(self, vtk, clip, *options, scale=1):
+    """vtk play on a clip, its window and a hand on it. As a context manager it kills vtk at the end
+    and shows what vtk said when a check failed."""
+
+    def __init__(self, vtk, clip, *options, aspect=4 / 3, scale=1):
+        self.aspect, self.scale = aspect, scale
         self.log = tempfile.TemporaryFile(mode="w+")
         self.process = subprocess.Popen([vtk, "play", *options, clip], stderr=self.log,
                                         env=dict(os.environ, GDK_SCALE=str(scale)))
         self.window = find_window(os.path.basename(clip))
 
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, error, trace):
+        if kind in (SystemExit, subprocess.CalledProcessError):
+            sys.stderr.write("vtk play said:\n" + self.said())
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+
     def xdotool(self, *args):
         subprocess.run(["xdotool", *[str(a) for a in args]], check=True)
+
+    def move(self, x, y, *then):
+        self.xdotool("mousemove", "--window", self.window, x, y, *then)
+
+    def click(self, x, y, *options):
+        self.move(x, y, "click", *options, 1)
 
     def key(self, name):
         # Without a window manager the keyboard follows the pointer; keys sent to a window by id
         # would be synthetic events, which SDL ignores.
-        self.xdotool("mousemove", "--window", self.window, 5, 5, "key", name)
+        self.move(5, 5, "key", name)
 
-    def finish(self):
-        if self.process.poll() is None:
-            self.process.kill()
-            self.process.wait()
+    def shot(self):
+        return Shot(self.window, self.aspect, self.scale)
+
+    def wait(self, condition, nudge=None):
+        """Shots until condition(shot) holds or 15 s are up; the last shot. nudge, if given, runs
+        between shots (a hand's small movement, so that a request the player dropped while busy is
+        made again)."""
+        deadline = time.time() + 15
+        while True:
+            shot = self.shot()
+            if condition(shot) or time.time() > deadline:
+                return shot
+            if nudge:
+                nudge()
+            time.sleep(0.2)
+
+    def expect(self, condition, message, nudge=None):
+        """wait(), then checks the condition; message may be a function of the last shot."""
+        shot = self.wait(condition, nudge)
+        check(condition(shot), message(shot) if callable(message) else message)
+        return shot
+
+    def quits(self):
+        self.key("q")
+        check(self.process.wait(timeout=10) == 0, "q quits with status 0")
 
     def said(self):
         self.log.seek(0)
@@ -168,130 +186,93 @@ def ffmpeg_clip(folder, width, height):
 
 def check_placement(vtk, folder, shots):
     left, top, area_width, area_height = WORK_AREA
+    inside = lambda s: (left <= s.x and top <= s.y and s.x + s.width <= left + area_width
+                        and s.y + s.height <= top + area_height)
+    centred = lambda s: (abs(s.x - (left + (area_width - s.width) // 2)) <= 1
+                         and abs(s.y - (top + (area_height - s.height) // 2)) <= 1)
     for width, height in ((640, 360), (1920, 1080), (1080, 1920), (3840, 2160)):
         clip = ffmpeg_clip(folder, width, height)
         for scale in (1, 2):
-            player = Player(vtk, clip, "--paused", "--keep-open", scale=scale)
-            try:
+            with Player(vtk, clip, "--paused", "--keep-open", aspect=width / height, scale=scale) as player:
                 bar = BAR_HEIGHT * scale
                 fit = min(1, area_width / (width * scale), (area_height - bar) / (height * scale))
                 expected_height = round(height * scale * fit) + bar
-                inside = lambda s: (left <= s.x and top <= s.y and s.x + s.width <= left + area_width
-                                    and s.y + s.height <= top + area_height)
-                centred = lambda s: (abs(s.x - (left + (area_width - s.width) // 2)) <= 1
-                                     and abs(s.y - (top + (area_height - s.height) // 2)) <= 1)
                 # The window is sized, then moved: wait for both.
-                shot = wait_for(lambda: Shot(player.window, width / height, scale),
-                                lambda s: s.height == expected_height and centred(s) and s.varied(0, s.bar, s.width, bar))
+                shot = player.wait(lambda s: s.height == expected_height and centred(s)
+                                   and s.varied(0, s.bar, s.width, bar))
                 name = f"{width}x{height} at scale {scale}: {shot.width}x{shot.height} at {shot.x},{shot.y}"
                 check(inside(shot), name + " lies inside the work area")
                 check(centred(shot), name + " is centred")
                 check(shot.height == expected_height, name + f" shows the picture {expected_height - bar} high")
                 if shots and (width, height, scale) in ((1920, 1080, 1), (1080, 1920, 2)):
                     # The picture, not only the bar: its middle row holds the test picture's colours.
-                    shot = wait_for(lambda: Shot(player.window, width / height, scale),
-                                    lambda s: len(set(s.region(0, s.bar // 2, s.width, 1))) > 8)
-                    shot.save(os.path.join(shots, f"player_{width}x{height}_{scale}x.png"))
-                player.key("q")
-                check(player.process.wait(timeout=10) == 0, "q quits")
-            finally:
-                player.finish()
+                    player.wait(lambda s: len(set(s.region(0, s.bar // 2, s.width, 1))) > 8).save(
+                        os.path.join(shots, f"player_{width}x{height}_{scale}x.png"))
+                player.quits()
 
 
 def check_sound_keys(vtk, clip, shots):
     """m, the wheel and the speed on a clip with sound: the bar shows the sound muted, the volume and
     the speed."""
-    player = Player(vtk, clip, "--paused", "--keep-open")
-    try:
-        first = wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.varied(29, s.bar + 2, BUTTON, BUTTON))
+    with Player(vtk, clip, "--paused", "--keep-open", aspect=16 / 9) as player:
+        first = player.wait(lambda s: s.varied(29, s.bar + 2, BUTTON, BUTTON))
         mute = (first.width - MUTE_FROM_RIGHT, first.bar + 2, BUTTON, BUTTON)
-        before = Shot(player.window, 16 / 9).region(*mute)
-        player.key("m")
-        muted = wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.region(*mute) != before)
-        check(muted.region(*mute) != before, "m shows the sound muted")
         volume = (mute[0] + BUTTON, mute[1], 56, BUTTON)
-        before = muted.region(*volume)
-        player.xdotool("mousemove", "--window", player.window, 5, 5, "click", "--repeat", 4, 5)
-        turned = wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.region(*volume) != before)
-        check(turned.region(*volume) != before, "the wheel sets the volume (and unmutes)")
         speed = (mute[0] - 40, mute[1], 36, BUTTON)
-        for change, name in ((lambda: player.key("bracketright"), "]"),
-                             (lambda: player.xdotool("mousemove", "--window", player.window, speed[0] + 20,
-                                                     speed[1] + 12, "click", 1), "a click on the speed")):
-            before = Shot(player.window, 16 / 9).region(*speed)
+        for area, change, message in (
+                (mute, lambda: player.key("m"), "m shows the sound muted"),
+                (volume, lambda: player.move(5, 5, "click", "--repeat", 4, 5), "the wheel sets the volume, unmuted"),
+                (speed, lambda: player.key("bracketright"), "] shows a faster speed beside the mute button"),
+                (speed, lambda: player.click(speed[0] + 20, speed[1] + 12), "a click on the speed shows a faster one")):
+            before = player.shot().region(*area)
             change()
-            faster = wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.region(*speed) != before)
-            check(faster.region(*speed) != before, f"{name} shows a faster speed beside the mute button")
+            player.expect(lambda s: s.region(*area) != before, message)
         if shots:
-            player.xdotool("mousemove", "--window", player.window, TRACK_LEFT + 60, first.bar + 14)
-            wait_for(lambda: Shot(player.window, 16 / 9), lambda s: s.varied(TRACK_LEFT, s.bar - 22, 60, 20)).save(
+            player.move(TRACK_LEFT + 60, first.bar + 14)
+            player.wait(lambda s: s.varied(TRACK_LEFT, s.bar - 22, 60, 20)).save(
                 os.path.join(shots, "controls_hover.png"))
-
-        player.key("q")
-        check(player.process.wait(timeout=10) == 0, "q quits")
+        player.quits()
         check(player.said() == "", "nothing on standard error (no ALSA complaints on a machine without sound)")
-    except (SystemExit, subprocess.CalledProcessError):
-        sys.stderr.write("vtk play said:\n" + player.said())
-        raise
-    finally:
-        player.finish()
 
 
 def check_controls(vtk, clip):
-    player = Player(vtk, clip, "--paused", "--keep-open")
-    try:
-        first = wait_for(lambda: Shot(player.window), lambda s: s.frame() == 0 and s.varied(29, s.bar + 2, BUTTON,
-                                                                                              BUTTON))
-        check(first.frame() == 0, f"opened paused on the first frame (shows {first.frame()})")
-        player.xdotool("mousemove", "--window", player.window, PLAY_BUTTON[0], first.bar + PLAY_BUTTON[1], "click", 1)
-        playing = wait_for(lambda: Shot(player.window), lambda s: s.frame() > 5)
-        check(playing.frame() > 5, f"the picture advanced after play (frame {playing.frame()})")
+    with Player(vtk, clip, "--paused", "--keep-open") as player:
+        first = player.expect(lambda s: s.frame() == 0 and s.varied(29, s.bar + 2, BUTTON, BUTTON),
+                              lambda s: f"opened paused on the first frame, the bar drawn (shows {s.frame()})")
+        player.click(PLAY_BUTTON[0], first.bar + PLAY_BUTTON[1])
+        player.expect(lambda s: s.frame() > 5, lambda s: f"the picture advanced after play (frame {s.frame()})")
 
         # The play head is dragged 20 pixels from the track's start: a fraction of the clip, not its end.
-        head_y = first.bar + 2 + BUTTON // 2
-        player.xdotool("mousemove", "--window", player.window, TRACK_LEFT + BUTTON // 2, head_y, "mousedown", 1)
-        target = TRACK_LEFT + BUTTON // 2 + 20
+        head_x, head_y = TRACK_LEFT + BUTTON // 2, first.bar + 2 + BUTTON // 2
+        player.move(head_x, head_y, "mousedown", 1)
         for step in range(1, 5):
-            player.xdotool("mousemove", "--window", player.window, TRACK_LEFT + BUTTON // 2 + 5 * step, head_y)
+            player.move(head_x + 5 * step, head_y)
             time.sleep(0.3)
-        jiggle = iter(target + offset for offset in [1, 0] * 20)
-        dragged = wait_for(lambda: Shot(player.window), lambda s: s.frame() < 45 and s.frame() > 2,
-                           nudge=lambda: player.xdotool("mousemove", "--window", player.window, next(jiggle), head_y))
+        jiggle = itertools.cycle((21, 20))
+        player.expect(lambda s: 2 < s.frame() < 45, lambda s: f"the picture followed the drag (frame {s.frame()})",
+                      nudge=lambda: player.move(head_x + next(jiggle), head_y))
         player.xdotool("mouseup", 1)
-        check(2 < dragged.frame() < 45, f"the picture followed the drag (frame {dragged.frame()})")
 
-        for toggle, name in ((lambda: player.key("f"), "f"),
-                             (lambda: player.xdotool("mousemove", "--window", player.window, 100, 40, "click",
-                                                     "--repeat", 2, "--delay", 80, 1), "a double click")):
+        for toggle, leave, name in ((lambda: player.key("f"), "f", "f"),
+                                    (lambda: player.click(100, 40, "--repeat", 2, "--delay", 80), "Escape",
+                                     "a double click")):
             toggle()
-            full = wait_for(lambda: Shot(player.window), lambda s: (s.width, s.height) == SCREEN)
-            check((full.width, full.height) == SCREEN, f"{name} fills the screen ({full.width}x{full.height})")
-            player.key("f" if name == "f" else "Escape")
-            back = wait_for(lambda: Shot(player.window), lambda s: (s.width, s.height) == (first.width, first.height))
-            check((back.width, back.height) == (first.width, first.height), f"and leaves it again ({back.width}x"
-                                                                            f"{back.height})")
+            player.expect(lambda s: (s.width, s.height) == SCREEN,
+                          lambda s: f"{name} fills the screen ({s.width}x{s.height})")
+            player.key(leave)
+            player.expect(lambda s: (s.width, s.height) == (first.width, first.height),
+                          lambda s: f"and leaves it again ({s.width}x{s.height})")
 
         for stop, name in ((lambda: player.key("s"), "s"),
-                           (lambda: player.xdotool("mousemove", "--window", player.window, STOP_BUTTON[0],
-                                                   first.bar + STOP_BUTTON[1], "click", 1), "the stop button")):
+                           (lambda: player.click(STOP_BUTTON[0], first.bar + STOP_BUTTON[1]), "the stop button")):
             player.key("space")
-            wait_for(lambda: Shot(player.window), lambda s: s.frame() > 5)
+            player.wait(lambda s: s.frame() > 5)
             stop()
-            stopped = wait_for(lambda: Shot(player.window), lambda s: s.frame() == 0)
-            check(stopped.frame() == 0, f"{name} stops on the first frame (shows {stopped.frame()})")
-        player.key("q")
-        check(player.process.wait(timeout=10) == 0, "q quits with status 0")
-    except (SystemExit, subprocess.CalledProcessError):
-        sys.stderr.write("vtk play said:\n" + player.said())
-        raise
-    finally:
-        player.finish()
+            player.expect(lambda s: s.frame() == 0, lambda s: f"{name} stops on the first frame (shows {s.frame()})")
+        player.quits()
 
-    ending = Player(vtk, clip)
-    try:
+    with Player(vtk, clip) as ending:
         check(ending.process.wait(timeout=30) == 0, "without --keep-open vtk ends with the clip, status 0")
-    finally:
-        ending.finish()
 
 
 def main():
