@@ -51,14 +51,20 @@ function T.processFigures()
     local status = file:read("*a")
     file:close()
     local pid = string.match(status, "\nPid:%s*(%d+)")
-    local fds = 0
-    local listing = io.popen("ls /proc/" .. pid .. "/fd")
-    for _ in listing:lines() do fds = fds + 1 end
-    listing:close()
+    -- Listed into a file, so that no pipe of the listing's own is among them.
+    local listingPath = os.tmpname()
+    os.execute("ls -l /proc/" .. pid .. "/fd > " .. listingPath)
+    local files = {}
+    for line in io.lines(listingPath) do
+        local target = string.match(line, " %-> (.*)$")
+        if target then table.insert(files, target) end
+    end
+    os.remove(listingPath)
     return {
         rss = tonumber(string.match(status, "VmRSS:%s*(%d+)")),
         peak = tonumber(string.match(status, "VmHWM:%s*(%d+)")),
-        fds = fds - 1, -- the listing's own pipe
+        fds = #files,
+        files = table.concat(files, " "), -- what the descriptors name, to say which one is left open
         threads = tonumber(string.match(status, "Threads:%s*(%d+)")),
     }
 end

@@ -93,12 +93,22 @@ TEST(ImageWrappers, WhatHoldsNoPixelsOrNoFileGivesNothing) {
 int released = 0;
 void countRelease(void*, const void*, size_t) { ++released; }
 
-TEST(ImageWrappers, ProvidersReleaseTheirDataWhenTheLastPointerGoes) {
+// The type names are what the host's registry and Lua's error texts show for each class.
+TEST(ImageWrappers, ProvidersAndImagesNameTheirTypesAndReleaseTheirDataLast) {
     released = 0;
     {
         const RCPtr<KyDataProvider> plain = KyDataProvider::Make(nullptr, "x", 1, countRelease);
         const RCPtr<KyPNGProviderWin, KyDataProvider> png = KyPNGProviderWin::Make(nullptr, "x", 1, countRelease);
-        const RCPtr<RCObject> held[] = {plain, png};
+        const std::pair<RCPtr<RCObject>, const char*> rows[] = {
+            {plain, "KyDataProvider"},
+            {png, "KyPNGProviderWin"},
+            {KyGdiPlusImage::Make(nullptr, RCPtr<KyColorSpace>()), "KyImage"},
+            {KyGraphics::MakeOffscreen(1, 1, RCPtr<KyColorSpace>(), kCGImageAlphaNone), "KyGraphics"},
+            {KyNativeGdiPlusImage::Make(static_cast<KyTiledImage*>(nullptr)), "RCObject"},
+        };
+        for (const auto& row : rows) EXPECT_STREQ(row.first->getTypeName(), row.second);
+        EXPECT_EQ(plain->GetProviderType(), 0);
+        EXPECT_EQ(png->GetProviderType(), 2);
         EXPECT_EQ(released, 0);
     }
     EXPECT_EQ(released, 2);
