@@ -22,13 +22,6 @@
 
 namespace {
 
-
-template <typename T>
-void release(T*& pointer) {
-    if (pointer != nullptr) pointer->Release();
-    pointer = nullptr;
-}
-
 HRESULT countStreams(const std::wstring& path, int* audio, int* video) {
     IMFSourceResolver* resolver = nullptr;
     IUnknown* object = nullptr;
@@ -53,14 +46,14 @@ HRESULT countStreams(const std::wstring& path, int* audio, int* video) {
             *audio += major == MFMediaType_Audio ? 1 : 0;
             *video += major == MFMediaType_Video ? 1 : 0;
         }
-        release(handler);
-        release(stream);
+        SafeRelease(handler);
+        SafeRelease(stream);
     }
     if (source != nullptr) source->Shutdown();
-    release(descriptor);
-    release(source);
-    release(object);
-    release(resolver);
+    SafeRelease(descriptor);
+    SafeRelease(source);
+    SafeRelease(object);
+    SafeRelease(resolver);
     return hr;
 }
 

@@ -12,8 +12,7 @@
 namespace {
 
 constexpr UINT kPropertyTextLength = 8192;
-constexpr DWORD kResolveFlags =
-    MF_RESOLUTION_MEDIASOURCE | MF_RESOLUTION_CONTENT_DOES_NOT_HAVE_TO_MATCH_EXTENSION_OR_MIME_TYPE | MF_RESOLUTION_READ;
+constexpr DWORD kResolveFlags = kResolveAnyMediaSource | MF_RESOLUTION_READ;
 const wchar_t kNotFound[] = L"not found";
 
 std::wstring readPropertyText(const std::wstring& path, const PROPERTYKEY& key) {

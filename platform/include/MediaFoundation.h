@@ -48,7 +48,8 @@ constexpr DWORD MF_SOURCE_READERF_CURRENTMEDIATYPECHANGED = 0x20;
 constexpr DWORD MF_RESOLUTION_MEDIASOURCE = 0x1;
 constexpr DWORD MF_RESOLUTION_CONTENT_DOES_NOT_HAVE_TO_MATCH_EXTENSION_OR_MIME_TYPE = 0x10;
 constexpr DWORD MF_RESOLUTION_READ = 0x10000;
-// What the player and the probe resolve a file with: a media source, whatever its name says.
+// What the player, the probe and the metadata reader (adding MF_RESOLUTION_READ) resolve a file
+// with: a media source, whatever its name says.
 constexpr DWORD kResolveAnyMediaSource =
     MF_RESOLUTION_MEDIASOURCE | MF_RESOLUTION_CONTENT_DOES_NOT_HAVE_TO_MATCH_EXTENSION_OR_MIME_TYPE;
 
